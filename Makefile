@@ -1,0 +1,28 @@
+# The two commands of the README.
+#   make test   installs what is missing, then builds and runs the whole suite
+#               twice: optimised, and under AddressSanitizer + UBSan.
+#   make demo   builds and runs the demo on the bundled sample photo.
+
+.PHONY: test test-release test-asan deps build clean
+
+deps:
+	@bash scripts/install-deps.sh
+
+build: deps
+	cmake --preset release
+	cmake --build --preset release
+
+test-release: deps
+	cmake --preset release
+	cmake --build --preset release
+	ctest --preset release
+
+test-asan: deps
+	cmake --preset asan
+	cmake --build --preset asan
+	ctest --preset asan
+
+test: test-release test-asan
+
+clean:
+	rm -rf build

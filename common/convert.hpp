@@ -1,0 +1,74 @@
+#pragma once
+// Rounding and saturation of double results into element types.  Every
+// kernel converts through these; none casts a double to an integer type
+// directly, so NaN and out-of-range values can never reach an undefined
+// conversion.  Where built-ins deliberately differ (NaN results, the order of
+// saturation and rounding, 64-bit wrap-around), each rule has its own name.
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+namespace qz {
+
+inline constexpr double kTwo63 = 9223372036854775808.0;
+
+// The processor's truncating double -> int64 conversion: toward zero, and
+// the "integer indefinite" 0x8000000000000000 for NaN, infinities and
+// anything outside the int64 range.
+inline std::int64_t truncToInt64(double v) {
+  // No double lies strictly between -2^63 - 1 and -2^63, so [-2^63, 2^63) is
+  // exactly the set of doubles whose truncation fits.
+  if (v >= -kTwo63 && v < kTwo63) return static_cast<std::int64_t>(v);
+  return std::numeric_limits<std::int64_t>::min();
+}
+
+// The two-branch double -> uint64 conversion of x86-64 code: values from
+// 2^63 up are reduced by 2^63, truncated and given back their top bit; the
+// rest truncate as int64 (so negatives wrap and NaN gives 2^63).
+inline std::uint64_t truncToUInt64(double v) {
+  if (v >= kTwo63) return static_cast<std::uint64_t>(truncToInt64(v - kTwo63)) ^ (std::uint64_t{1} << 63);
+  return static_cast<std::uint64_t>(truncToInt64(v));
+}
+
+// Largest and smallest values of an integer type, as doubles.  The 64-bit
+// maxima round up to 2^63 and 2^64.
+template <class T>
+constexpr double maxAsDouble() {
+  return static_cast<double>(std::numeric_limits<T>::max());
+}
+template <class T>
+constexpr double minAsDouble() {
+  return static_cast<double>(std::numeric_limits<T>::min());
+}
+
+// Rounds half away from zero after saturating, with NaN giving 0.  The
+// bounds are compared with a strict test, so for 64-bit types a value of
+// exactly 2^63 (signed) or 2^64 (unsigned) passes and wraps around as the
+// processor's conversion does: int64 gives its minimum, uint64 gives 0.
+template <class T>
+T saturateRoundHalfAway(double s) {
+  static_assert(std::is_integral_v<T>);
+  if (s != s) return 0;
+  if (s > maxAsDouble<T>()) return std::numeric_limits<T>::max();
+  if constexpr (std::is_signed_v<T>) {
+    if (s < minAsDouble<T>()) return std::numeric_limits<T>::min();
+    if (s < 0) return static_cast<T>(truncToInt64(s - 0.5));
+    if (s > 0) return static_cast<T>(truncToInt64(s + 0.5));
+    return 0;
+  } else {
+    if (s < 0) return 0;
+    return static_cast<T>(truncToUInt64(s + 0.5));
+  }
+}
+
+// A floating intensity in [0, 1] as a byte: trunc(v*255 + 0.5); NaN and
+// negatives give 0, values above 1 give 255.
+inline std::uint8_t unitToByte(double v) {
+  if (v != v || v < 0) return 0;
+  if (v > 1) return 255;
+  return static_cast<std::uint8_t>(v * 255.0 + 0.5);
+}
+
+}  // namespace qz

@@ -1,0 +1,24 @@
+#pragma once
+// The runtime's own view of the array storage, shared by its source files.
+
+#include <atomic>
+
+#include "ndarray/ndarray.hpp"
+
+namespace qzhost::detail {
+
+struct ArrayAccess {
+  using Flag = ArrayStorage::Flag;
+  static ndArray_tag* make() { return new ndArray_tag(); }
+  static void destroy(ndArray_tag* a) { delete a; }
+  static ArrayStorage& of(ndArray_tag const* a) { return a->s_; }
+  static bool has(ndArray_tag const* a, Flag f) { return (a->s_.flags.load(std::memory_order_acquire) & f) != 0; }
+};
+
+// Counts a misuse of the array interface that the runtime tolerates.
+void noteContractViolation(char const* what);
+
+// Counters shared between the array and allocator sources.
+extern std::atomic<std::size_t> gLiveArrays;
+
+}  // namespace qzhost::detail

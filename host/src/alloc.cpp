@@ -1,0 +1,111 @@
+// The host allocator and the per-call scopes that let the host reclaim the
+// scratch memory of a built-in that raised.
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <unordered_map>
+
+#include "access.hpp"
+#include "call_scope.hpp"
+#include "qzhost/runtime.hpp"
+
+namespace qzhost::detail {
+namespace {
+
+struct Registry {
+  std::mutex mutex;
+  std::unordered_map<void*, std::uint64_t> blocks;  // block -> the call that took it (0: none)
+  std::uint64_t nextScope = 1;
+};
+
+Registry& registry() {
+  static Registry* r = new Registry;  // outlives every static destructor that might free
+  return *r;
+}
+
+thread_local std::uint64_t tCurrentScope = 0;
+std::atomic<std::size_t> gViolations{0};
+
+void* track(void* p) {
+  auto& r = registry();
+  std::lock_guard<std::mutex> lock(r.mutex);
+  r.blocks.emplace(p, tCurrentScope);
+  return p;
+}
+
+}  // namespace
+
+void noteContractViolation(char const* what) {
+  gViolations.fetch_add(1);
+  std::fprintf(stderr, "qzhost: interface misuse: %s\n", what);
+}
+
+CallScope::CallScope() : previous_(tCurrentScope) {
+  auto& r = registry();
+  std::lock_guard<std::mutex> lock(r.mutex);
+  id_ = r.nextScope++;
+  tCurrentScope = id_;
+}
+
+CallScope::~CallScope() { tCurrentScope = previous_; }
+
+std::size_t CallScope::reclaim() {
+  auto& r = registry();
+  std::lock_guard<std::mutex> lock(r.mutex);
+  std::size_t freed = 0;
+  for (auto it = r.blocks.begin(); it != r.blocks.end();) {
+    if (it->second == id_) {
+      std::free(it->first);
+      it = r.blocks.erase(it);
+      ++freed;
+    } else {
+      ++it;
+    }
+  }
+  return freed;
+}
+
+}  // namespace qzhost::detail
+
+using qzhost::detail::track;
+
+void* ndMalloc(std::size_t bytes) {
+  void* p = std::malloc(bytes ? bytes : 1);  // a zero-byte request still gets its own block
+  if (!p) qzhost::raise("outOfMemory");
+  return track(p);
+}
+
+void* ndCalloc(std::size_t count, std::size_t size) {
+  std::size_t bytes;
+  if (__builtin_mul_overflow(count, size, &bytes)) qzhost::raise("outOfMemory");
+  void* p = std::calloc(bytes ? bytes : 1, 1);
+  if (!p) qzhost::raise("outOfMemory");
+  return track(p);
+}
+
+void ndFree(void* p) {
+  if (!p) return;
+  auto& r = qzhost::detail::registry();
+  {
+    std::lock_guard<std::mutex> lock(r.mutex);
+    if (r.blocks.erase(p) == 0) {
+      // Freeing what the host never handed out would corrupt its heap.
+      qzhost::detail::noteContractViolation("ndFree of a pointer not from ndMalloc/ndCalloc");
+      return;
+    }
+  }
+  std::free(p);
+}
+
+namespace qzhost {
+
+std::size_t liveBlocks() {
+  auto& r = detail::registry();
+  std::lock_guard<std::mutex> lock(r.mutex);
+  return r.blocks.size();
+}
+
+std::size_t contractViolations() { return detail::gViolations.load(); }
+
+}  // namespace qzhost

@@ -1,0 +1,27 @@
+#pragma once
+// The entry points of libqzimages.  A host loads the library, calls
+// PXInitialize_libqzimages, then calls the built-ins with its gateway
+// convention: the number of outputs asked for, the output slots (at least
+// one), the number of inputs and the read-only inputs.
+
+#include <memory>
+
+#include "ndarray/ndarray.hpp"
+
+#define QZIMAGES_API __attribute__((visibility("default")))
+
+extern "C" {
+QZIMAGES_API void PXInitialize_libqzimages();
+QZIMAGES_API void PXTerminate_libqzimages();
+}
+
+namespace pximages {
+
+using OutputSlot = std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>;
+
+// Weighted luminance of an M-by-N-by-3 image of any numeric class; the
+// result is M-by-N of the same class.
+QZIMAGES_API void _rgb2gray(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
+                            int numInputs, ndArray_tag const** inputs);
+
+}  // namespace pximages

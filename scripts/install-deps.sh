@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build and the tests need, and only those
+# that are missing, so that a fresh Debian 12 machine needs nothing by hand.
+set -euo pipefail
+
+packages=(
+  cmake ninja-build g++ binutils   # build toolchain; nm reads the export table
+  libtbb-dev                       # oneTBB: the parallel loops of the kernels
+  libgtest-dev libgmock-dev        # GoogleTest: the unit suite
+  libbenchmark-dev                 # Google Benchmark: bench/
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$p")
+done
+
+if ((${#missing[@]})); then
+  echo "install-deps: installing ${missing[*]}"
+  sudo=""
+  [[ $(id -u) -eq 0 ]] || sudo="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $sudo apt-get update -qq
+  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
