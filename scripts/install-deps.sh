@@ -7,6 +7,7 @@ packages=(
   cmake ninja-build g++ binutils   # build toolchain; nm reads the export table
   libtbb-dev                       # oneTBB: the parallel loops of the kernels
   libgtest-dev libgmock-dev        # GoogleTest: the unit suite
+  libpng-dev                       # PNG decoding of the sample photos
   libbenchmark-dev                 # Google Benchmark: bench/
 )
 
