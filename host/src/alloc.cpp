@@ -1,6 +1,7 @@
 // The host allocator and the per-call scopes that let the host reclaim the
 // scratch memory of a built-in that raised.
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -70,7 +71,16 @@ std::size_t CallScope::reclaim() {
 
 using qzhost::detail::track;
 
+namespace {
+// No object can be larger than the signed address range; refuse such
+// requests before they reach the system allocator.
+void checkSize(std::size_t bytes) {
+  if (bytes > static_cast<std::size_t>(PTRDIFF_MAX)) qzhost::raise("outOfMemory");
+}
+}  // namespace
+
 void* ndMalloc(std::size_t bytes) {
+  checkSize(bytes);
   void* p = std::malloc(bytes ? bytes : 1);  // a zero-byte request still gets its own block
   if (!p) qzhost::raise("outOfMemory");
   return track(p);
@@ -79,6 +89,7 @@ void* ndMalloc(std::size_t bytes) {
 void* ndCalloc(std::size_t count, std::size_t size) {
   std::size_t bytes;
   if (__builtin_mul_overflow(count, size, &bytes)) qzhost::raise("outOfMemory");
+  checkSize(bytes);
   void* p = std::calloc(bytes ? bytes : 1, 1);
   if (!p) qzhost::raise("outOfMemory");
   return track(p);

@@ -24,6 +24,8 @@ TEST(AllocatorTest, BlocksAreCountedUntilFreed) {
 TEST(AllocatorTest, OverflowingAndImpossibleRequestsAreHostErrors) {
   EXPECT_QZ_ERROR(ndCalloc(std::size_t{1} << 40, std::size_t{1} << 40), "qzhost:outOfMemory");
   EXPECT_QZ_ERROR(ndMalloc(~std::size_t{0} - 64), "qzhost:outOfMemory");
+  EXPECT_QZ_ERROR(ndMalloc(std::size_t{1} << 50), "qzhost:outOfMemory");  // more than any machine has
+  EXPECT_QZ_ERROR(qzhost::makeArray(ndclass::Double, {std::size_t{1} << 24, std::size_t{1} << 23}), "qzhost:outOfMemory");
 }
 
 TEST(AllocatorTest, FreeingAForeignPointerIsReportedNotPerformed) {
