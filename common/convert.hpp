@@ -72,3 +72,71 @@ inline std::uint8_t unitToByte(double v) {
 }
 
 }  // namespace qz
+
+// ---- Weighted sums back into element types (resampling and kin) -----------
+//
+// These mirror the processor's 32-bit truncating conversion rather than the
+// NaN-to-zero rule above: a NaN sum fails every saturation test and reaches
+// the truncation, whose "integer indefinite" result decides what is stored.
+
+#include <complex>
+
+namespace qz {
+
+// The processor's truncating double -> int32 conversion: toward zero, and
+// INT32_MIN for NaN, infinities and anything whose truncation does not fit.
+inline std::int32_t truncToInt32(double v) {
+  // (-2^31 - 1, 2^31) is exactly the set of doubles whose truncation fits.
+  if (v > -2147483649.0 && v < 2147483648.0) return static_cast<std::int32_t>(v);
+  return std::numeric_limits<std::int32_t>::min();
+}
+
+// Unsigned 8-, 16- and 32-bit results: add 0.5, saturate, truncate.  The
+// truncation goes through 64 bits and keeps the low bits, so a NaN sum
+// (the indefinite 0x8000000000000000) stores 0.
+template <class T>
+T saturateRoundHalfUp(double s) {
+  static_assert(std::is_integral_v<T> && std::is_unsigned_v<T> && sizeof(T) <= 4);
+  double const v = s + 0.5;
+  if (0 > v) return 0;
+  if (v > maxAsDouble<T>()) return std::numeric_limits<T>::max();
+  return static_cast<T>(static_cast<std::uint64_t>(truncToInt64(v)));
+}
+
+// Signed 8-, 16- and 32-bit results: add 0.5 with the sign of the sum (-0.0
+// counts as non-negative), saturate, truncate through 32 bits keeping the low
+// bits.  A NaN sum therefore stores INT32_MIN for int32 and 0 for the
+// narrower types.
+template <class T>
+T saturateRoundHalfAwayIndefinite(double s) {
+  static_assert(std::is_integral_v<T> && std::is_signed_v<T> && sizeof(T) <= 4);
+  double const v = 0 > s ? s - 0.5 : s + 0.5;
+  if (minAsDouble<T>() > v) return std::numeric_limits<T>::min();
+  if (v > maxAsDouble<T>()) return std::numeric_limits<T>::max();
+  return static_cast<T>(truncToInt32(v));
+}
+
+// A double sum as element type T: floating types keep it (float rounds to
+// nearest, overflowing to infinity), unsigned types round halves up, signed
+// types round halves away from zero; integers saturate.  With no terms the
+// sum is +0.0 and every type stores 0.
+template <class T>
+T fromWeightedSum(double s) {
+  if constexpr (std::is_same_v<T, double>)
+    return s;
+  else if constexpr (std::is_same_v<T, float>)
+    return static_cast<float>(s);
+  else if constexpr (std::is_unsigned_v<T>)
+    return saturateRoundHalfUp<T>(s);
+  else
+    return saturateRoundHalfAwayIndefinite<T>(s);
+}
+
+// Complex sums: each part converted on its own, with its own sign and its
+// own saturation.
+template <class T>
+std::complex<T> fromWeightedSum(double re, double im) {
+  return std::complex<T>(fromWeightedSum<T>(re), fromWeightedSum<T>(im));
+}
+
+}  // namespace qz

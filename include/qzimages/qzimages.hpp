@@ -19,6 +19,12 @@ namespace pximages {
 
 using OutputSlot = std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>;
 
+// Resamples image A along dimension 1 (D == 1) or 2 (any other D) with the
+// T-by-L weights W and 1-based source indices X: inputs (A, W, X, D).  The
+// result has L rows (D == 1) or L columns, and A's class (uint8 for logical).
+QZIMAGES_API void _imresize(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
+                            int numInputs, ndArray_tag const** inputs);
+
 // Weighted luminance of an M-by-N-by-3 image of any numeric class; the
 // result is M-by-N of the same class.
 QZIMAGES_API void _rgb2gray(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,

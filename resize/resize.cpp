@@ -1,0 +1,171 @@
+// The resampling kernels: column and row bodies for real and complex data of
+// the eight element types, their launchers and the per-type dispatch.
+//
+// All positions are computed as element indices and turned into addresses
+// only at the access, so empty arrays (whose data pointers may be null) are
+// never offset.  Offsets may have wrapped around modulo 2^64; adding them to
+// an index wraps back for every valid index.
+
+#include "resize/resize.hpp"
+
+#include <type_traits>
+
+#include "common/convert.hpp"
+#include "parallel/loop.hpp"
+
+namespace qz {
+namespace {
+
+// Sum over the taps, in tap order, of source element base + o[k] times w[k].
+template <class E>
+double weightedSum(E const* src, std::size_t base, double const* w, std::size_t const* o, std::size_t taps) {
+  double acc = 0.0;
+  for (std::size_t k = 0; k < taps; ++k) acc = acc + static_cast<double>(src[base + o[k]]) * w[k];
+  return acc;
+}
+
+// The same on interleaved complex data: both parts take the same real weight
+// and accumulate separately.
+template <class E>
+std::complex<E> weightedSumComplex(std::complex<E> const* src, std::size_t base, double const* w,
+                                   std::size_t const* o, std::size_t taps) {
+  double re = 0.0, im = 0.0;
+  for (std::size_t k = 0; k < taps; ++k) {
+    std::complex<E> const v = src[base + o[k]];
+    re = re + static_cast<double>(v.real()) * w[k];
+    im = im + static_cast<double>(v.imag()) * w[k];
+  }
+  return fromWeightedSum<E>(re, im);
+}
+
+template <class In>
+using PartOf = typename std::remove_const_t<In>::value_type;
+
+// Element pointers of the image and the result, typed for a kernel.
+template <class In>
+In const* sourceOf(ndArray_tag const* a) {
+  if constexpr (std::is_arithmetic_v<std::remove_const_t<In>>)
+    return static_cast<In const*>(ndGetData(a));
+  else
+    return ndGetComplexData<PartOf<In>>(a);
+}
+
+template <class Out>
+Out* resultOf(ndArray_tag const* a) {
+  if constexpr (std::is_arithmetic_v<Out>)
+    return static_cast<Out*>(ndGetData(a));
+  else
+    return ndGetComplexData<PartOf<Out>>(a);
+}
+
+template <class Functor>
+struct KernelIO;
+template <template <class, class> class F, class I, class O>
+struct KernelIO<F<I, O>> {
+  using In = I;
+  using Out = O;
+};
+
+}  // namespace
+
+template <class In, class Out>
+void ResizeCols<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
+  for (std::size_t j = r.begin(); j != r.end(); ++j) {
+    std::size_t const s = j * srcRows, d = j * dstRows;
+    for (std::size_t i = 0; i < dstRows; ++i)
+      dst[d + i] = fromWeightedSum<Out>(weightedSum(src, s, weights + i * taps, offsets + i * taps, taps));
+  }
+}
+
+template <class In, class Out>
+void ResizeColsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
+  for (std::size_t j = r.begin(); j != r.end(); ++j) {
+    std::size_t const s = j * srcRows, d = j * dstRows;
+    for (std::size_t i = 0; i < dstRows; ++i)
+      dst[d + i] = weightedSumComplex(src, s, weights + i * taps, offsets + i * taps, taps);
+  }
+}
+
+template <class In, class Out>
+void ResizeRows<In, Out>::columns(std::size_t first, std::size_t last) const {
+  for (std::size_t p = 0; p < planes; ++p)
+    for (std::size_t r = 0; r < rows; ++r) {
+      std::size_t const s = p * rows * srcCols + r, d = p * rows * dstCols + r;
+      for (std::size_t i = first; i < last; ++i)
+        dst[d + i * rows] =
+            fromWeightedSum<Out>(weightedSum(src, s, weights + i * taps, offsets + i * taps, taps));
+    }
+}
+
+template <class In, class Out>
+void ResizeRows<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
+  for (std::size_t b = r.begin(); b != r.end(); ++b) columns(b * blockSize, b * blockSize + blockSize);
+}
+
+template <class In, class Out>
+void ResizeRowsComplex<In, Out>::columns(std::size_t first, std::size_t last) const {
+  for (std::size_t p = 0; p < planes; ++p)
+    for (std::size_t r = 0; r < rows; ++r) {
+      std::size_t const s = p * rows * srcCols + r, d = p * rows * dstCols + r;
+      for (std::size_t i = first; i < last; ++i)
+        dst[d + i * rows] = weightedSumComplex(src, s, weights + i * taps, offsets + i * taps, taps);
+    }
+}
+
+template <class In, class Out>
+void ResizeRowsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
+  for (std::size_t b = r.begin(); b != r.end(); ++b) columns(b * blockSize, b * blockSize + blockSize);
+}
+
+template <class Functor>
+void launchResizeCols(ResizeArgs const& a) {
+  using IO = KernelIO<Functor>;
+  Functor body{sourceOf<typename IO::In>(a.image), resultOf<typename IO::Out>(a.result),
+               a.weights, a.offsets, a.rows, a.outLength, a.taps};
+  std::size_t const items = a.cols * a.planes;
+  if (items == 0) return;
+  runParallel(tbb::blocked_range<std::size_t>(0, items, 1), body);
+}
+
+template <class Functor>
+void launchResizeRows(ResizeArgs const& a) {
+  using IO = KernelIO<Functor>;
+  Functor body{sourceOf<typename IO::In>(a.image), resultOf<typename IO::Out>(a.result),
+               a.weights, a.offsets, a.cols, a.outLength, a.taps, a.rows, a.planes, kResizeBlock};
+  std::size_t const blocks = a.outLength / kResizeBlock;
+  if (blocks != 0) runParallel(tbb::blocked_range<std::size_t>(0, blocks, 1), body);
+  // The columns after the last whole block, on the calling thread once the
+  // parallel part has finished.
+  body.columns(blocks * kResizeBlock, a.outLength);
+}
+
+template <class E>
+void dispatchResize(ResizeArgs const& a) {
+  using C = std::complex<E>;
+  if (a.isComplex) {
+    if (a.dim == 1)
+      launchResizeCols<ResizeColsComplex<C const, C>>(a);
+    else
+      launchResizeRows<ResizeRowsComplex<C const, C>>(a);
+  } else {
+    if (a.dim == 1)
+      launchResizeCols<ResizeCols<E, E>>(a);
+    else
+      launchResizeRows<ResizeRows<E, E>>(a);
+  }
+}
+
+#define QZ_INSTANTIATE_RESIZE(E)                                                                              \
+  template struct ResizeCols<E, E>;                                                                           \
+  template struct ResizeRows<E, E>;                                                                           \
+  template struct ResizeColsComplex<std::complex<E> const, std::complex<E>>;                                  \
+  template struct ResizeRowsComplex<std::complex<E> const, std::complex<E>>;                                  \
+  template void launchResizeCols<ResizeCols<E, E>>(ResizeArgs const&);                                        \
+  template void launchResizeRows<ResizeRows<E, E>>(ResizeArgs const&);                                        \
+  template void launchResizeCols<ResizeColsComplex<std::complex<E> const, std::complex<E>>>(ResizeArgs const&); \
+  template void launchResizeRows<ResizeRowsComplex<std::complex<E> const, std::complex<E>>>(ResizeArgs const&); \
+  template void dispatchResize<E>(ResizeArgs const&);
+QZ_FOR_EACH_RESIZE_TYPE(QZ_INSTANTIATE_RESIZE)
+#undef QZ_INSTANTIATE_RESIZE
+
+}  // namespace qz
