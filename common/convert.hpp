@@ -72,3 +72,37 @@ inline std::uint8_t unitToByte(double v) {
 }
 
 }  // namespace qz
+
+namespace qz {
+
+// Grayscale scaling compares after the rounding offset is added:
+// t = v*255 + 0.5, then t > 255 gives 255, t < 0 gives 0, otherwise trunc(t).
+// In double precision this agrees with unitToByte for every input.
+inline std::uint8_t offsetUnitToByte(double v) {
+  if (v != v) return 0;
+  double const t = v * 255.0 + 0.5;
+  if (t > 255.0) return 255;
+  if (t < 0.0) return 0;
+  return static_cast<std::uint8_t>(t);
+}
+
+// The same rule with the product and the sum each rounded to single
+// precision.  That rounding can carry a value just below a half-way point
+// up to it (the float nearest 1/510 gives 1, where the double computation
+// on the same value gives 0), so single input must not be widened first.
+inline std::uint8_t offsetUnitToByteSingle(float v) {
+  if (v != v) return 0;
+  float const t = v * 255.0f + 0.5f;
+  if (t > 255.0f) return 255;
+  if (t < 0.0f) return 0;
+  return static_cast<std::uint8_t>(t);
+}
+
+// u/257 rounded to the nearest integer, as u times the double nearest
+// 1/257, plus 0.5, truncated.  This is exact for every 16-bit u (257 is odd,
+// so no quotient lies half-way), and 65535 gives 255 with no clamp needed.
+inline std::uint8_t uint16ToByte(std::uint16_t u) {
+  return static_cast<std::uint8_t>(static_cast<double>(u) * (1.0 / 257.0) + 0.5);
+}
+
+}  // namespace qz
