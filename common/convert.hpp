@@ -88,7 +88,7 @@ inline std::uint8_t offsetUnitToByte(double v) {
 
 // The same rule with the product and the sum each rounded to single
 // precision.  That rounding can carry a value just below a half-way point
-// up to it (the float nearest 1/510 gives 1, where the double computation
+// up to it (the float just below 1/510 gives 1, where the double computation
 // on the same value gives 0), so single input must not be widened first.
 inline std::uint8_t offsetUnitToByteSingle(float v) {
   if (v != v) return 0;
