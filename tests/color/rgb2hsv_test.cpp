@@ -50,52 +50,23 @@ TEST(Rgb2hsvOffsetsTest, SectorOffsetsHaveTheirBitPatterns) {
   EXPECT_EQ(qz::HsvOffsets<float>::greenMax(), -1.0f / 3.0f);
 }
 
-// Which sector a pixel must fall in, by the value that is the maximum and,
-// for red, whether blue exceeds green.
-enum class Sector { Red, Green, Blue, RedBlueOverGreen };
-
-// The hue, saturation and value that the given sector's formula yields, in
-// T's precision: the expectation for a row whose case the table fixes.
-template <class T>
-qzref::Hsv hsvInSector(T r, T g, T b, Sector s) {
-  T v, x, y, m, k;
-  switch (s) {
-    case Sector::Red: v = r, x = g, y = b, k = 0, m = std::min(b, g); break;
-    case Sector::Green: v = g, x = r, y = b, k = qz::HsvOffsets<T>::greenMax(), m = std::min(b, r); break;
-    case Sector::Blue: v = b, x = r, y = g, k = qz::HsvOffsets<T>::blueMax(), m = std::min(g, r); break;
-    default: v = r, x = b, y = g, k = -1, m = g; break;
-  }
-  T const d = v - m;
-  T const h = d == 0 ? T(0) : std::fabs((x - y) / (T(6) * d) + k);
-  return {h, v == 0 ? 0.0 : static_cast<double>(d / v), static_cast<double>(v)};
-}
-
 // Channels are multiples of 0.2, so the same colours are exact in bytes
-// (x 255) and in 16-bit words (x 65535).
+// (x 255) and in 16-bit words (x 65535).  Ties between the largest channels
+// go to red, then green; the nominal hue is the same either side of a tie,
+// so the references (which fix the tie rule) decide the exact bits.
 struct TieRow {
-  double r, g, b;
-  Sector sector;
-  double hue;  // nominal
-};
-TieRow const kTieRows[] = {
-    {1, 0, 0, Sector::Red, 0},  // saturated red is 0, never 1
-    {0, 1, 0, Sector::Green, 1.0 / 3},
-    {0, 0, 1, Sector::Blue, 2.0 / 3},
-    {1, 1, 1, Sector::Red, 0},
-    {0, 0, 0, Sector::Red, 0},
-    {0.6, 0.6, 0.6, Sector::Red, 0},
-    {1, 1, 0, Sector::Red, 1.0 / 6},             // red = green > blue
-    {1, 0, 1, Sector::RedBlueOverGreen, 5.0 / 6},  // red = blue > green
-    {0, 1, 1, Sector::Green, 0.5},               // green = blue > red
-    {1, 0.6, 0.6, Sector::Red, 0},               // green = blue below red
-    {0.6, 1, 0.6, Sector::Green, 1.0 / 3},
-    {0.6, 0.6, 1, Sector::Blue, 2.0 / 3},
-    {1, 0.6, 0.2, Sector::Red, 1.0 / 12},
-    {1, 0.2, 0.6, Sector::RedBlueOverGreen, 11.0 / 12},
-    {0.6, 1, 0.2, Sector::Green, 3.0 / 12},
-    {0.2, 1, 0.6, Sector::Green, 5.0 / 12},
-    {0.2, 0.6, 1, Sector::Blue, 7.0 / 12},
-    {0.6, 0.2, 1, Sector::Blue, 9.0 / 12},
+  double r, g, b, hue;
+} const kTieRows[] = {
+    {1, 0, 0, 0},  // saturated red is 0, never 1
+    {0, 1, 0, 1.0 / 3},       {0, 0, 1, 2.0 / 3},
+    {1, 1, 1, 0},             {0, 0, 0, 0},             {0.6, 0.6, 0.6, 0},
+    {1, 1, 0, 1.0 / 6},       // red = green > blue: the red sector
+    {1, 0, 1, 5.0 / 6},       // red = blue > green: red, counted from magenta
+    {0, 1, 1, 0.5},           // green = blue > red: the green sector
+    {0.6, 0.6, 0.2, 1.0 / 6}, {0.6, 0.2, 0.6, 5.0 / 6}, {0.2, 0.6, 0.6, 0.5},
+    {1, 0.6, 0.6, 0},         {0.6, 1, 0.6, 1.0 / 3},   {0.6, 0.6, 1, 2.0 / 3},
+    {1, 0.6, 0.2, 1.0 / 12},  {1, 0.2, 0.6, 11.0 / 12}, {0.6, 1, 0.2, 3.0 / 12},
+    {0.2, 1, 0.6, 5.0 / 12},  {0.2, 0.6, 1, 7.0 / 12},  {0.6, 0.2, 1, 9.0 / 12},
 };
 
 TEST_F(Rgb2hsvTest, EverySectorAndTieOnEveryPath) {
@@ -120,8 +91,8 @@ TEST_F(Rgb2hsvTest, EverySectorAndTieOnEveryPath) {
   for (std::size_t i = 0; i < p; ++i) {
     TieRow const& row = kTieRows[i];
     SCOPED_TRACE(::testing::Message() << "(" << row.r << ", " << row.g << ", " << row.b << ")");
-    auto wd = hsvInSector(row.r, row.g, row.b, row.sector);
-    auto wf = hsvInSector(f[i], f[p + i], f[2 * p + i], row.sector);
+    auto wd = qzref::rgb2hsvFloating(row.r, row.g, row.b);
+    auto wf = qzref::rgb2hsvFloating(f[i], f[p + i], f[2 * p + i]);
     auto w8 = qzref::rgb2hsvBytes(u8[i], u8[p + i], u8[2 * p + i]);
     double const got[4][3] = {{hd[i], hd[p + i], hd[2 * p + i]},
                               {hf[i], hf[p + i], hf[2 * p + i]},
@@ -155,10 +126,14 @@ TEST_F(Rgb2hsvTest, AllByteTriplesMatchTheReferences) {
   constexpr int kRedStep = 1;
 #endif
   std::size_t const p = 65536;
-  std::vector<std::uint8_t> bytes(3 * p);
-  std::vector<std::uint16_t> words(3 * p);
-  std::vector<double> doubles(3 * p);
-  std::vector<float> singles(3 * p);
+  auto byteImage = qzhost::makeArray(ndclass::UInt8, {256, 256, 3});
+  auto wordImage = qzhost::makeArray(ndclass::UInt16, {256, 256, 3});
+  auto doubleImage = qzhost::makeArray(ndclass::Double, {256, 256, 3});
+  auto singleImage = qzhost::makeArray(ndclass::Single, {256, 256, 3});
+  auto* bytes = qzhost::dataOf<std::uint8_t>(byteImage.get());
+  auto* words = qzhost::dataOf<std::uint16_t>(wordImage.get());
+  auto* doubles = qzhost::dataOf<double>(doubleImage.get());
+  auto* singles = qzhost::dataOf<float>(singleImage.get());
   std::size_t bad = 0;
   for (int red = 0; red < 256; red += kRedStep) {
     for (std::size_t i = 0; i < p; ++i) {
@@ -170,10 +145,14 @@ TEST_F(Rgb2hsvTest, AllByteTriplesMatchTheReferences) {
         singles[k * p + i] = static_cast<float>(c[k] / 255.0);
       }
     }
-    auto h8 = hsvThroughGateway<std::uint8_t, double>(256, 256, bytes);
-    auto h16 = hsvThroughGateway<std::uint16_t, double>(256, 256, words);
-    auto hd = hsvThroughGateway<double, double>(256, 256, doubles);
-    auto hf = hsvThroughGateway<float, float>(256, 256, singles);
+    auto o8 = qztest::call(pximages::_rgb2hsv, 1, {byteImage.get()}, 1);
+    auto o16 = qztest::call(pximages::_rgb2hsv, 1, {wordImage.get()}, 1);
+    auto od = qztest::call(pximages::_rgb2hsv, 1, {doubleImage.get()}, 1);
+    auto of = qztest::call(pximages::_rgb2hsv, 1, {singleImage.get()}, 1);
+    auto const* h8 = qzhost::dataOf<double>(o8[0].get());
+    auto const* h16 = qzhost::dataOf<double>(o16[0].get());
+    auto const* hd = qzhost::dataOf<double>(od[0].get());
+    auto const* hf = qzhost::dataOf<float>(of[0].get());
     for (std::size_t i = 0; i < p && bad < 5; ++i) {
       std::size_t const at[3] = {i, p + i, 2 * p + i};
       auto const want8 = qzref::rgb2hsvBytes(bytes[at[0]], bytes[at[1]], bytes[at[2]]);
