@@ -213,13 +213,11 @@ void _rgb2hsv(int, OutputSlot* outputs, int, ndArray_tag const** inputs) {
   std::size_t const outDims[3] = {dims[0], dims[1], ndGetNumberOfDimensions(a) > 2 ? dims[2] : 1};
   cppcompat::detail::span::span<const std::size_t> const shape(outDims, outDims + 3);
 
-  ndArray_tag* out;
-  if (cls == ndclass::Single) {
+  if (cls == ndclass::Single)
     outputs[0] = matrix::detail::do_create_uninitnumeric(shape, ndclass::Single, ndREAL);
-  } else {
+  else
     outputs[0] = matrix::detail::do_create_numeric(shape, ndclass::Double, ndREAL);
-  }
-  out = outputs[0].get();
+  ndArray_tag* out = outputs[0].get();
   // numel/3 pixels for an M-by-N-by-3 input.  Bounded by the output so that
   // an input with more dimensions than three cannot write past it.
   std::size_t const pixels = std::min(ndGetNumberOfElements(a), ndGetNumberOfElements(out)) / 3;

@@ -351,4 +351,22 @@ TEST_F(Rgb2hsvTest, OutputShapesAndDimensionForms) {
   EXPECT_EQ(qztest::valuesOf<double>(out[0].get()), (std::vector<double>{0, 0.3333333333333333, 1, 1, 1, 1}));
 }
 
+TEST_F(Rgb2hsvTest, InputsWithoutExactlyThreeDimensionsStayWithinTheOutput) {
+  // Outside the caller's contract, but neither may write past the output:
+  // four dimensions convert the first three planes, two give an M-by-N
+  // output over numel/3 pixels.
+  std::vector<double> four(24, 0.5);
+  for (std::size_t i = 0; i < 4; ++i) four[i] = 1;  // red plane
+  auto in4 = qztest::makeFrom<double>({2, 2, 3, 2}, four);
+  auto out4 = qztest::call(pximages::_rgb2hsv, 1, {in4.get()});
+  EXPECT_EQ(qzhost::dimsOf(out4[0].get()), (std::vector<std::size_t>{2, 2, 3}));
+  EXPECT_EQ(qztest::valuesOf<double>(out4[0].get()),
+            (std::vector<double>{0, 0, 0, 0, 0.5, 0.5, 0.5, 0.5, 1, 1, 1, 1}));
+  auto in2 = qztest::makeFrom<float>({3, 2}, {1, 0, 0, 0, 0, 1});
+  auto out2 = qztest::call(pximages::_rgb2hsv, 1, {in2.get()});
+  EXPECT_EQ(qzhost::dimsOf(out2[0].get()), (std::vector<std::size_t>{3, 2}));
+  EXPECT_EQ(qztest::valuesOf<float>(out2[0].get()),
+            (std::vector<float>{0, qz::HsvOffsets<float>::blueMax(), 1, 1, 1, 1}));
+}
+
 }  // namespace
