@@ -6,6 +6,7 @@
 // saturation and rounding, 64-bit wrap-around), each rule has its own name.
 
 #include <cmath>
+#include <complex>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
@@ -71,17 +72,11 @@ inline std::uint8_t unitToByte(double v) {
   return static_cast<std::uint8_t>(v * 255.0 + 0.5);
 }
 
-}  // namespace qz
-
 // ---- Weighted sums back into element types (resampling and kin) -----------
 //
 // These mirror the processor's 32-bit truncating conversion rather than the
 // NaN-to-zero rule above: a NaN sum fails every saturation test and reaches
 // the truncation, whose "integer indefinite" result decides what is stored.
-
-#include <complex>
-
-namespace qz {
 
 // The processor's truncating double -> int32 conversion: toward zero, and
 // INT32_MIN for NaN, infinities and anything whose truncation does not fit.
@@ -137,6 +132,38 @@ T fromWeightedSum(double s) {
 template <class T>
 std::complex<T> fromWeightedSum(double re, double im) {
   return std::complex<T>(fromWeightedSum<T>(re), fromWeightedSum<T>(im));
+}
+
+// ---- Grayscale intensities to bytes ------------------------------------------
+
+// Grayscale scaling compares after the rounding offset is added:
+// t = v*255 + 0.5, then t > 255 gives 255, t < 0 gives 0, otherwise trunc(t).
+// In double precision this agrees with unitToByte for every input.
+inline std::uint8_t offsetUnitToByte(double v) {
+  if (v != v) return 0;
+  double const t = v * 255.0 + 0.5;
+  if (t > 255.0) return 255;
+  if (t < 0.0) return 0;
+  return static_cast<std::uint8_t>(t);
+}
+
+// The same rule with the product and the sum each rounded to single
+// precision.  That rounding can carry a value just below a half-way point
+// up to it (the float just below 1/510 gives 1, where the double computation
+// on the same value gives 0), so single input must not be widened first.
+inline std::uint8_t offsetUnitToByteSingle(float v) {
+  if (v != v) return 0;
+  float const t = v * 255.0f + 0.5f;
+  if (t > 255.0f) return 255;
+  if (t < 0.0f) return 0;
+  return static_cast<std::uint8_t>(t);
+}
+
+// u/257 rounded to the nearest integer, as u times the double nearest
+// 1/257, plus 0.5, truncated.  This is exact for every 16-bit u (257 is odd,
+// so no quotient lies half-way), and 65535 gives 255 with no clamp needed.
+inline std::uint8_t uint16ToByte(std::uint16_t u) {
+  return static_cast<std::uint8_t>(static_cast<double>(u) * (1.0 / 257.0) + 0.5);
 }
 
 }  // namespace qz

@@ -30,4 +30,19 @@ QZIMAGES_API void _imresize(int numOutputs, std::unique_ptr<ndArray_tag, matrix:
 QZIMAGES_API void _rgb2gray(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
                             int numInputs, ndArray_tag const** inputs);
 
+// Hue, saturation and value of an M-by-N-by-3 image: single for single
+// input, double for uint8, uint16 and double input, and a double zero image
+// for any other class.
+QZIMAGES_API void _rgb2hsv(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
+                           int numInputs, ndArray_tag const** inputs);
+
+// An M-by-N index image (double, 1-based; uint8, uint16 or uint32, 0-based)
+// looked up in a K-by-3 double colour map: an M-by-N-by-3 uint8 image.
+QZIMAGES_API void _ind2rgb8(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
+                            int numInputs, ndArray_tag const** inputs);
+
+// A double, single or uint16 grayscale image scaled into uint8, same size.
+QZIMAGES_API void _grayto8(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
+                           int numInputs, ndArray_tag const** inputs);
+
 }  // namespace pximages

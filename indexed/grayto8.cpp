@@ -1,0 +1,86 @@
+// grayto8: checks, the three conversions and the gateway.
+
+#include "indexed/grayto8.hpp"
+
+#include <algorithm>
+
+#include "common/convert.hpp"
+#include "gateway/errors.hpp"
+#include "gateway/message_ids.hpp"
+#include "qzimages/qzimages.hpp"
+
+namespace qz {
+
+std::size_t countStoredElements(ndArray_tag const* a) {
+  if (ndIsSparse(a)) return ndGetJc(a)[ndGetDimensions(a)[1]];
+  return ndGetNumberOfElements(a);
+}
+
+namespace {
+template <class T, class Convert>
+void convertStrided(T const* in, std::size_t count, std::size_t stride, std::uint8_t* out, Convert convert) {
+  for (std::size_t j = 0; j < count; ++j) out[j] = convert(in[j * stride]);
+}
+}  // namespace
+
+void convertGrayToBytes(double const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
+  convertStrided(in, count, stride, out, offsetUnitToByte);
+}
+
+void convertGrayToBytes(float const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
+  convertStrided(in, count, stride, out, offsetUnitToByteSingle);
+}
+
+void convertGrayToBytes(std::uint16_t const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
+  convertStrided(in, count, stride, out, uint16ToByte);
+}
+
+}  // namespace qz
+
+namespace pximages {
+
+namespace {
+
+namespace msg = ORRERY::images::grayto8;
+
+// Raises the first failing check; a complex image only draws a warning, and
+// the conversion goes on with its real parts.
+void checkInputs(int numInputs, ndArray_tag const** inputs) {
+  if (numInputs <= 0) ndErrMsgId(msg::tooFewInputs());
+  if (numInputs > 1) ndErrMsgId(msg::tooManyInputs());
+  ndClassID const cls = ndGetClassID(inputs[0]);
+  if (cls != ndclass::Double && cls != ndclass::Single && cls != ndclass::UInt16) ndErrMsgId(msg::invalidType());
+  if (ndIsComplex(inputs[0])) ndWarningMsgId(msg::ignoringImaginaryPartOfInput());
+}
+
+template <class T>
+void convertAs(ndArray_tag const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
+  qz::convertGrayToBytes(static_cast<T const*>(ndGetData(in)), count, stride, out);
+}
+
+}  // namespace
+
+void _grayto8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
+  checkInputs(numInputs, inputs);
+  ndArray_tag const* in = inputs[0];
+  in->complete_opaque_dimensions();
+  std::size_t const* dims = ndGetDimensions(in);
+  outputs[0] = matrix::detail::do_create_numeric({dims, dims + ndGetNumberOfDimensions(in)}, ndclass::UInt8, ndREAL);
+  ndArray_tag* out = outputs[0].get();
+
+  // A sparse image's stored values land, in storage order, at the start of
+  // the zero-filled full output; they are not put back at their positions.
+  // The count never exceeds the output for a well-formed array; the bound
+  // keeps a malformed one from writing past it.
+  std::size_t const count = std::min(qz::countStoredElements(in), ndGetNumberOfElements(out));
+  std::size_t const stride = ndIsComplex(in) ? 2 : 1;
+  auto* bytes = static_cast<std::uint8_t*>(ndGetData(out));
+  if (count == 0) return;
+  switch (ndGetClassID(in)) {
+    case ndclass::Double: convertAs<double>(in, count, stride, bytes); break;
+    case ndclass::UInt16: convertAs<std::uint16_t>(in, count, stride, bytes); break;
+    default: convertAs<float>(in, count, stride, bytes); break;  // single, the only class left
+  }
+}
+
+}  // namespace pximages

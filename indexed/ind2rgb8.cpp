@@ -1,0 +1,148 @@
+// ind2rgb8: map conversion, the per-pixel lookup and the gateway.
+
+#include "indexed/ind2rgb8.hpp"
+
+#include <cmath>
+#include <type_traits>
+
+#include "common/convert.hpp"
+#include "gateway/errors.hpp"
+#include "gateway/message_ids.hpp"
+#include "ndarray/ndarray.hpp"
+#include "parallel/loop.hpp"
+#include "qzimages/qzimages.hpp"
+
+namespace qz {
+
+void convertMapColumn(double const* column, std::uint64_t k, std::uint8_t* table) {
+  for (std::uint64_t i = 0; i < k; ++i) table[i] = unitToByte(column[i]);
+}
+
+std::uint64_t ComputeFunctorDoubleArray::rowOf(double x) const {
+  if (x != x || x < 1) return 0;  // NaN, zero, negatives and -Inf: the first row
+  if (x > static_cast<double>(k)) return k - 1;
+  // x is in [1, k] here, so the rounded value converts exactly.
+  return truncToUInt64(std::floor(x + 0.5)) - 1;
+}
+
+namespace {
+
+// One piece: n consecutive index elements (whole columns) and the matching
+// elements of the three output planes, planeSize apart.
+template <class T, class Functor>
+void lookUp(Functor const& f, LookupRange<T> const& r) {
+  T const* in = r.first.data;
+  std::uint8_t* out = r.second.data;
+  std::size_t const n = r.first.count, plane = r.second.planeSize;
+  for (std::size_t j = 0; j < n; ++j) {
+    std::uint64_t const i = f.rowOf(in[j]);
+    out[j] = f.red[i];
+    out[plane + j] = f.green[i];
+    out[2 * plane + j] = f.blue[i];
+  }
+}
+
+}  // namespace
+
+void ComputeFunctorDoubleArray::operator()(LookupRange<double> const& r) const { lookUp<double>(*this, r); }
+
+template <class T>
+void ComputeFunctorUintArray<T>::operator()(LookupRange<T> const& r) const {
+  lookUp<T>(*this, r);
+}
+
+template struct ComputeFunctorUintArray<std::uint8_t>;
+template struct ComputeFunctorUintArray<std::uint16_t>;
+template struct ComputeFunctorUintArray<std::uint32_t>;
+
+template <class T>
+void launchLookup(T* x, std::size_t m, std::size_t n, std::uint8_t* out, ColourTables const& tables) {
+  std::size_t const plane = m * n;
+  if (plane == 0) return;
+  LookupRange<T> range(raster::SplittableArrayWrapper<T>(x, plane, m, n, kLookupGrain),
+                       raster::SplittableRGBArrayWrapper<unsigned char>(out, 3 * plane, m, 3 * n, kLookupGrain,
+                                                                        plane, n));
+  if constexpr (std::is_same_v<T, double>) {
+    runParallel(range, ComputeFunctorDoubleArray{tables.red, tables.green, tables.blue, tables.k});
+  } else {
+    runParallel(range, ComputeFunctorUintArray<T>{tables.red, tables.green, tables.blue, tables.k});
+  }
+}
+
+#define QZ_INSTANTIATE_LOOKUP(T) \
+  template void launchLookup<T>(T*, std::size_t, std::size_t, std::uint8_t*, ColourTables const&);
+QZ_FOR_EACH_INDEX_TYPE(QZ_INSTANTIATE_LOOKUP)
+#undef QZ_INSTANTIATE_LOOKUP
+
+}  // namespace qz
+
+namespace pximages {
+
+namespace {
+
+namespace msg = ORRERY::images::ind2rgb8;
+
+bool isIndexClass(ndClassID c) {
+  return c == ndclass::Double || c == ndclass::UInt8 || c == ndclass::UInt16 || c == ndclass::UInt32;
+}
+
+// Raises the first failing check.  The map's shape is checked before its
+// class, so a K-by-4 map of any class reports its size.
+void validateInputs(int numInputs, ndArray_tag const** inputs) {
+  if (numInputs != 2) ndErrMsgId(msg::wrongNumInputs());
+  ndArray_tag const* x = inputs[0];
+  ndArray_tag const* map = inputs[1];
+  if (!isIndexClass(ndGetClassID(x))) ndErrMsgId(msg::invalidInputType());
+  x->complete_opaque_dimensions();
+  if (ndGetNumberOfDimensions(x) != 2) ndErrMsgId(msg::inputNot2D());
+  if (ndIsSparse(x)) ndErrMsgId(msg::sparseInput());
+  map->complete_opaque_dimensions();
+  if (ndGetNumberOfDimensions(map) != 2 || ndGetN(map) != 3) ndErrMsgId(msg::invalidMapSize());
+  if (ndGetClassID(map) != ndclass::Double) ndErrMsgId(msg::invalidMapType());
+  if (ndIsSparse(map)) ndErrMsgId(msg::sparseMap());
+  if (ndGetDimensions(map)[0] == 0) ndErrMsgId(msg::emptyMap());
+}
+
+// X and the map are read from the start of their data as if real: for a
+// complex array the interleaved parts count as consecutive elements.
+template <class T>
+void lookUpAs(ndArray_tag const* x, std::size_t m, std::size_t n, ndArray_tag* out, qz::ColourTables const& t) {
+  qz::launchLookup<T>(static_cast<T*>(ndGetData(x)), m, n, static_cast<std::uint8_t*>(ndGetData(out)), t);
+}
+
+}  // namespace
+
+void _ind2rgb8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
+  validateInputs(numInputs, inputs);
+  ndArray_tag const* x = inputs[0];
+  ndArray_tag const* map = inputs[1];
+  std::size_t const m = ndGetDimensions(x)[0];
+  std::size_t const n = ndGetN(x);
+  std::size_t const dims[3] = {m, n, 3};
+  outputs[0] = matrix::detail::do_create_uninitnumeric({dims, dims + 3}, ndclass::UInt8, ndREAL);
+  ndArray_tag* out = outputs[0].get();
+
+  std::uint64_t const k = ndGetDimensions(map)[0];
+  auto* red = static_cast<std::uint8_t*>(ndMalloc(k));
+  auto* green = static_cast<std::uint8_t*>(ndMalloc(k));
+  auto* blue = static_cast<std::uint8_t*>(ndMalloc(k));
+  double const* column = static_cast<double const*>(ndGetData(map));
+  qz::convertMapColumn(column, k, red);
+  qz::convertMapColumn(column + k, k, green);
+  qz::convertMapColumn(column + 2 * k, k, blue);
+  qz::ColourTables const tables{red, green, blue, k};
+
+  switch (ndGetClassID(x)) {
+    case ndclass::Double: lookUpAs<double>(x, m, n, out, tables); break;
+    case ndclass::UInt8: lookUpAs<std::uint8_t>(x, m, n, out, tables); break;
+    case ndclass::UInt16: lookUpAs<std::uint16_t>(x, m, n, out, tables); break;
+    case ndclass::UInt32: lookUpAs<std::uint32_t>(x, m, n, out, tables); break;
+    // Unreachable after validation; the host reclaims the tables on this path.
+    default: ndErrMsgId(msg::unexpectedType());
+  }
+  ndFree(red);
+  ndFree(green);
+  ndFree(blue);
+}
+
+}  // namespace pximages
