@@ -264,13 +264,16 @@ TEST_F(QuantizeTest, SmallImagesMatchTheReferenceExactly) {
     std::size_t m, n;
     int maxValue;
   };
-  int images = 0;
+#ifdef QZ_SANITIZED
+  int const reps = 2;
+#else
+  int const reps = 6;
+#endif
   for (Shape s : {Shape{5, 8, 255}, Shape{7, 6, 255}, Shape{20, 30, 63}, Shape{31, 29, 40}, Shape{50, 50, 24}}) {
-    for (int rep = 0; rep < 6; ++rep) {
+    for (int rep = 0; rep < reps; ++rep) {
       auto planar = randomImage(rng, s.m * s.n, s.maxValue);
       ASSERT_LT(totalSquares(planar), std::uint64_t{1} << 23);
       for (std::size_t K : {1, 2, 3, 5, 8, 13, 40, 1000}) expectSameAsReference(planar, s.m, s.n, K, "random");
-      ++images;
     }
   }
   // Symmetric colour sets, where cut scores and box variances tie.
@@ -283,7 +286,6 @@ TEST_F(QuantizeTest, SmallImagesMatchTheReferenceExactly) {
       for (int c = 0; c < 3; ++c) planar[c * 16 + p] = px[p][c];
     expectSameAsReference(planar, 4, 4, K, "mirrored");
   }
-  EXPECT_EQ(images, 30);
 }
 
 // On a real photo the float square sums round, and the reference follows
