@@ -45,4 +45,12 @@ QZIMAGES_API void _ind2rgb8(int numOutputs, std::unique_ptr<ndArray_tag, matrix:
 QZIMAGES_API void _grayto8(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
                            int numInputs, ndArray_tag const** inputs);
 
+// Colour quantisation of an M-by-N-by-3 uint8 image to at most K colours
+// (inputs: the image and K as a real double scalar, 0 <= K <= 65536).
+// outputs[0] is the K'-by-3 uint8 colour map; when more than one output is
+// asked for, outputs[1] is the M-by-N 0-based index image, uint8 when
+// K' <= 256 and uint16 otherwise.
+QZIMAGES_API void _cq(int numOutputs, std::unique_ptr<ndArray_tag, matrix::detail::ndDestroy_deleter>* outputs,
+                      int numInputs, ndArray_tag const** inputs);
+
 }  // namespace pximages

@@ -1,0 +1,292 @@
+// The colour quantiser: histogram, prefix sums, greedy box splitting,
+// labelling and the box means.  Serial; every call works on its own moment
+// tables, so calls on different threads do not interact.
+
+#include "quantize/quantize.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "gateway/errors.hpp"
+#include "gateway/message_ids.hpp"
+#include "quantize/scratch.hpp"
+
+namespace qz {
+namespace {
+
+constexpr std::int32_t kTopCell = kCellSide - 1;  // 32
+
+inline std::size_t at(std::int32_t r, std::int32_t g, std::int32_t b) {
+  return static_cast<std::size_t>(cellCode(r, g, b));
+}
+
+// The eight-term inclusion-exclusion, evaluated left to right: the order
+// fixes the rounding of the float square sums.  The integer tables hold
+// non-negative totals of at most 255 per pixel, so no term comes near the
+// 64-bit range.
+template <class V>
+V boxSumOf(ColorBox const& x, V const* t) {
+  return t[at(x.r1, x.g1, x.b1)] - t[at(x.r1, x.g1, x.b0)] - t[at(x.r1, x.g0, x.b1)] + t[at(x.r1, x.g0, x.b0)] -
+         t[at(x.r0, x.g1, x.b1)] + t[at(x.r0, x.g1, x.b0)] + t[at(x.r0, x.g0, x.b1)] - t[at(x.r0, x.g0, x.b0)];
+}
+
+inline std::int32_t volumeOf(ColorBox const& x) { return (x.r1 - x.r0) * (x.g1 - x.g0) * (x.b1 - x.b0); }
+
+// Sum of squared channel sums over the count, in single precision.
+inline float separation(std::int64_t r, std::int64_t g, std::int64_t b, std::int64_t w) {
+  float const fr = static_cast<float>(r), fg = static_cast<float>(g), fb = static_cast<float>(b);
+  return ((fr * fr + fg * fg) + fb * fb) / static_cast<float>(w);
+}
+
+[[noreturn]] void badAxis() { ndErrMsgId(ORRERY::images::cq::internalBadDirValue()); }
+
+}  // namespace
+
+void clearMoments(MomentTables& m) {
+  std::fill(std::begin(m.weight), std::end(m.weight), 0);
+  std::fill(std::begin(m.red), std::end(m.red), 0);
+  std::fill(std::begin(m.green), std::end(m.green), 0);
+  std::fill(std::begin(m.blue), std::end(m.blue), 0);
+  std::fill(std::begin(m.squares), std::end(m.squares), 0.0f);
+}
+
+void buildColorHistogram(MomentTables& m, std::uint8_t const* red, std::uint8_t const* green,
+                         std::uint8_t const* blue, std::size_t pixelCount, std::uint16_t* labels) {
+  std::uint32_t sq[256];
+  for (std::uint32_t i = 0; i < 256; ++i) sq[i] = i * i;
+  for (std::size_t p = 0; p < pixelCount; ++p) {
+    std::uint8_t const r = red[p], g = green[p], b = blue[p];
+    std::size_t const code = at(cellOf(r), cellOf(g), cellOf(b));
+    labels[p] = static_cast<std::uint16_t>(code);
+    m.weight[code] += 1;
+    m.red[code] += r;
+    m.green[code] += g;
+    m.blue[code] += b;
+    // The three squares add exactly as integers (at most 195075); the float
+    // entry then rounds once per pixel, in pixel order.
+    m.squares[code] += static_cast<float>(sq[r] + sq[g] + sq[b]);
+  }
+}
+
+void accumulateMoments(MomentTables& m) {
+  for (std::int32_t r = 1; r <= kTopCell; ++r) {
+    std::int64_t areaW[kCellSide] = {}, areaR[kCellSide] = {}, areaG[kCellSide] = {}, areaB[kCellSide] = {};
+    float areaS[kCellSide] = {};
+    for (std::int32_t g = 1; g <= kTopCell; ++g) {
+      std::int64_t lineW = 0, lineR = 0, lineG = 0, lineB = 0;
+      float lineS = 0.0f;
+      for (std::int32_t b = 1; b <= kTopCell; ++b) {
+        std::size_t const cell = at(r, g, b), below = cell - kCellPlane;
+        lineW += m.weight[cell];
+        areaW[b] += lineW;
+        m.weight[cell] = m.weight[below] + areaW[b];
+        lineR += m.red[cell];
+        areaR[b] += lineR;
+        m.red[cell] = m.red[below] + areaR[b];
+        lineG += m.green[cell];
+        areaG[b] += lineG;
+        m.green[cell] = m.green[below] + areaG[b];
+        lineB += m.blue[cell];
+        areaB[b] += lineB;
+        m.blue[cell] = m.blue[below] + areaB[b];
+        lineS += m.squares[cell];
+        areaS[b] += lineS;
+        m.squares[cell] = m.squares[below] + areaS[b];
+      }
+    }
+  }
+}
+
+std::int64_t boxSum(ColorBox const& box, std::int64_t const* table) { return boxSumOf(box, table); }
+float boxSum(ColorBox const& box, float const* table) { return boxSumOf(box, table); }
+
+std::int64_t boxFixedPart(ColorBox const& x, SplitAxis axis, std::int64_t const* t) {
+  switch (axis) {
+    case kAxisRed:
+      return -t[at(x.r0, x.g1, x.b1)] + t[at(x.r0, x.g1, x.b0)] + t[at(x.r0, x.g0, x.b1)] - t[at(x.r0, x.g0, x.b0)];
+    case kAxisGreen:
+      return -t[at(x.r1, x.g0, x.b1)] + t[at(x.r1, x.g0, x.b0)] + t[at(x.r0, x.g0, x.b1)] - t[at(x.r0, x.g0, x.b0)];
+    case kAxisBlue:
+      return -t[at(x.r1, x.g1, x.b0)] + t[at(x.r1, x.g0, x.b0)] + t[at(x.r0, x.g1, x.b0)] - t[at(x.r0, x.g0, x.b0)];
+    default: badAxis();
+  }
+}
+
+std::int64_t boxMovingPart(ColorBox const& x, SplitAxis axis, std::int32_t pos, std::int64_t const* t) {
+  switch (axis) {
+    case kAxisRed:
+      return t[at(pos, x.g1, x.b1)] - t[at(pos, x.g1, x.b0)] - t[at(pos, x.g0, x.b1)] + t[at(pos, x.g0, x.b0)];
+    case kAxisGreen:
+      return t[at(x.r1, pos, x.b1)] - t[at(x.r1, pos, x.b0)] - t[at(x.r0, pos, x.b1)] + t[at(x.r0, pos, x.b0)];
+    case kAxisBlue:
+      return t[at(x.r1, x.g1, pos)] - t[at(x.r1, x.g0, pos)] - t[at(x.r0, x.g1, pos)] + t[at(x.r0, x.g0, pos)];
+    default: badAxis();
+  }
+}
+
+float boxVariance(MomentTables const& m, ColorBox const& box) {
+  float const dr = static_cast<float>(boxSum(box, m.red));
+  float const dg = static_cast<float>(boxSum(box, m.green));
+  float const db = static_cast<float>(boxSum(box, m.blue));
+  float const xx = boxSum(box, m.squares);
+  return std::abs(xx - ((dr * dr + dg * dg) + db * db) / static_cast<float>(boxSum(box, m.weight)));
+}
+
+Cut bestCut(MomentTables const& m, ColorBox const& box, SplitAxis axis, std::int32_t first, std::int32_t last,
+            std::int64_t wholeR, std::int64_t wholeG, std::int64_t wholeB, std::int64_t wholeW) {
+  std::int64_t const baseR = boxFixedPart(box, axis, m.red);
+  std::int64_t const baseG = boxFixedPart(box, axis, m.green);
+  std::int64_t const baseB = boxFixedPart(box, axis, m.blue);
+  std::int64_t const baseW = boxFixedPart(box, axis, m.weight);
+  Cut best{0.0f, -1};
+  if (first >= last) return best;
+  for (std::int32_t pos = first; pos < last; ++pos) {
+    std::int64_t const halfR = baseR + boxMovingPart(box, axis, pos, m.red);
+    std::int64_t const halfG = baseG + boxMovingPart(box, axis, pos, m.green);
+    std::int64_t const halfB = baseB + boxMovingPart(box, axis, pos, m.blue);
+    std::int64_t const halfW = baseW + boxMovingPart(box, axis, pos, m.weight);
+    // A cut never leaves an empty side.
+    if (halfW == 0 || wholeW - halfW == 0) continue;
+    float const lower = separation(halfR, halfG, halfB, halfW);
+    float const upper = separation(wholeR - halfR, wholeG - halfG, wholeB - halfB, wholeW - halfW);
+    float const s = upper + lower;
+    if (s > best.score) best = Cut{s, pos};
+  }
+  return best;
+}
+
+bool splitBox(MomentTables const& m, ColorBox& a, ColorBox& b) {
+  std::int64_t const wholeR = boxSum(a, m.red), wholeG = boxSum(a, m.green), wholeB = boxSum(a, m.blue),
+                     wholeW = boxSum(a, m.weight);
+  Cut const red = bestCut(m, a, kAxisRed, a.r0 + 1, a.r1, wholeR, wholeG, wholeB, wholeW);
+  Cut const green = bestCut(m, a, kAxisGreen, a.g0 + 1, a.g1, wholeR, wholeG, wholeB, wholeW);
+  Cut const blue = bestCut(m, a, kAxisBlue, a.b0 + 1, a.b1, wholeR, wholeG, wholeB, wholeW);
+
+  SplitAxis axis;
+  if (red.score >= green.score && red.score >= blue.score) {
+    // All three scores 0 lands here; green or blue is only chosen with a
+    // positive score, which always comes with a cut.
+    if (red.position < 0) return false;
+    axis = kAxisRed;
+  } else if (green.score >= red.score && green.score >= blue.score) {
+    axis = kAxisGreen;
+  } else {
+    axis = kAxisBlue;
+  }
+
+  b.r1 = a.r1;
+  b.g1 = a.g1;
+  b.b1 = a.b1;
+  switch (axis) {
+    case kAxisRed:
+      b.r0 = a.r1 = red.position;
+      b.g0 = a.g0;
+      b.b0 = a.b0;
+      break;
+    case kAxisGreen:
+      b.g0 = a.g1 = green.position;
+      b.r0 = a.r0;
+      b.b0 = a.b0;
+      break;
+    default:
+      b.b0 = a.b1 = blue.position;
+      b.r0 = a.r0;
+      b.g0 = a.g0;
+      break;
+  }
+  a.volume = volumeOf(a);
+  b.volume = volumeOf(b);
+  return true;
+}
+
+void labelBox(ColorBox const& box, std::uint16_t k, std::uint16_t* cellLabel) {
+  for (std::int32_t r = box.r0 + 1; r <= box.r1; ++r)
+    for (std::int32_t g = box.g0 + 1; g <= box.g1; ++g)
+      for (std::int32_t b = box.b0 + 1; b <= box.b1; ++b) cellLabel[at(r, g, b)] = k;
+}
+
+std::size_t quantizeColors(std::uint8_t const* red, std::uint8_t const* green, std::uint8_t const* blue,
+                           std::size_t pixelCount, std::uint8_t* outRed, std::uint8_t* outGreen,
+                           std::uint8_t* outBlue, std::size_t K, std::uint16_t* labels, bool wantIndex) {
+  ScratchArray<ColorBox> boxes(kMaxColors, ScratchFill::Zeroed);
+  ScratchArray<float> scores(kMaxColors, ScratchFill::Zeroed);  // score 0: not to be split again
+  // The moment tables belong to this call alone, which is what lets cq run
+  // on several threads at once.
+  ScratchArray<MomentTables> moments(1, ScratchFill::Uninitialised);
+  MomentTables& m = moments[0];
+
+  clearMoments(m);
+  buildColorHistogram(m, red, green, blue, pixelCount, labels);
+  accumulateMoments(m);
+
+  // The whole cube; its volume is never read before the first split sets it.
+  boxes[0].r0 = 0;
+  boxes[0].r1 = kTopCell;
+  boxes[0].g0 = 0;
+  boxes[0].g1 = kTopCell;
+  boxes[0].b0 = 0;
+  boxes[0].b1 = kTopCell;
+
+  std::size_t colors = K;
+  if (K >= 2) {
+    // i is both the slot of the next box and the number of boxes; a failed
+    // split leaves it alone so the next success fills the same slot.
+    std::size_t next = 0, i = 1;
+    for (;;) {
+      std::size_t last;
+      if (splitBox(m, boxes[next], boxes[i])) {
+        scores[next] = boxes[next].volume > 1 ? boxVariance(m, boxes[next]) : 0.0f;
+        scores[i] = boxes[i].volume > 1 ? boxVariance(m, boxes[i]) : 0.0f;
+        last = i;
+        ++i;
+      } else {
+        scores[next] = 0.0f;
+        last = i - 1;
+      }
+      // Strictly greater: equal scores keep the lowest box index.
+      next = 0;
+      float best = scores[0];
+      for (std::size_t k = 1; k <= last; ++k) {
+        if (scores[k] > best) {
+          best = scores[k];
+          next = k;
+        }
+      }
+      if (best <= 0.0f) {
+        colors = i;
+        break;
+      }
+      if (i >= K) {
+        colors = K;
+        break;
+      }
+    }
+  }
+
+  ScratchArray<std::uint16_t> cellLabel(kCellCount, ScratchFill::Uninitialised);
+  // Without colours no cell is labelled; give the wanted index a defined
+  // value rather than whatever the allocator returned.
+  if (colors == 0) std::fill(cellLabel.get(), cellLabel.get() + kCellCount, std::uint16_t{0});
+
+  for (std::size_t k = 0; k < colors; ++k) {
+    ColorBox const& box = boxes[k];
+    labelBox(box, static_cast<std::uint16_t>(k), cellLabel.get());
+    std::int64_t const w = boxSum(box, m.weight);
+    if (w != 0) {
+      // Non-negative sums: the truncating division is the floor of the mean.
+      outRed[k] = static_cast<std::uint8_t>(boxSum(box, m.red) / w);
+      outGreen[k] = static_cast<std::uint8_t>(boxSum(box, m.green) / w);
+      outBlue[k] = static_cast<std::uint8_t>(boxSum(box, m.blue) / w);
+    } else {
+      outRed[k] = outGreen[k] = outBlue[k] = 0;  // only an empty image has an empty box here
+    }
+  }
+
+  // The label buffer holds cell codes; turn them into colour indices in place.
+  if (wantIndex && pixelCount > 0)
+    for (std::size_t p = 0; p < pixelCount; ++p) labels[p] = cellLabel[labels[p]];
+
+  return colors;
+}
+
+}  // namespace qz
