@@ -3,7 +3,7 @@
 #               twice: optimised, and under AddressSanitizer + UBSan.
 #   make demo   builds and runs the demo on the bundled sample photo.
 
-.PHONY: test test-release test-asan deps build clean
+.PHONY: test test-release test-asan deps build demo clean
 
 deps:
 	@bash scripts/install-deps.sh
@@ -11,6 +11,11 @@ deps:
 build: deps
 	cmake --preset release
 	cmake --build --preset release
+
+demo: deps
+	cmake --preset release
+	cmake --build --preset release --target qzimages_cli
+	./build/release/cli/qzimages demo -o demo-out
 
 test-release: deps
 	cmake --preset release

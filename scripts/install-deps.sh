@@ -7,7 +7,12 @@ packages=(
   cmake ninja-build g++ binutils   # build toolchain; nm reads the export table
   libtbb-dev                       # oneTBB: the parallel loops of the kernels
   libgtest-dev libgmock-dev        # GoogleTest: the unit suite
-  libpng-dev                       # PNG decoding of the sample photos
+  libpng-dev                       # PNG decoding of the sample photos in tests
+  libspng-dev                      # PNG reading and writing in the command-line host
+  libjpeg62-turbo-dev              # JPEG reading in the command-line host
+  libcli11-dev                     # command-line parsing
+  pkg-config
+  python3-pytest python3-numpy python3-pil   # end-to-end tests of the command-line host
   libbenchmark-dev                 # Google Benchmark: bench/
 )
 

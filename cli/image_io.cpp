@@ -1,0 +1,307 @@
+#include "image_io.hpp"
+
+#include <jpeglib.h>
+#include <spng.h>
+
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <vector>
+
+namespace qzcli {
+namespace {
+
+std::string slurp(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw FileError(path + ": cannot open file");
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (in.bad()) throw FileError(path + ": read error");
+  return bytes;
+}
+
+bool isPng(std::string const& b) { return b.size() >= 8 && b.compare(0, 8, "\x89PNG\r\n\x1a\n", 8) == 0; }
+bool isJpeg(std::string const& b) { return b.size() >= 3 && b.compare(0, 3, "\xff\xd8\xff", 3) == 0; }
+
+// Row-major interleaved samples (the files' order) into column-major planes.
+template <class T>
+qzhost::ArrayPtr toPlanar(T const* rows, std::size_t height, std::size_t width, std::size_t channelsIn,
+                          std::size_t channelsOut) {
+  std::vector<std::size_t> dims{height, width};
+  if (channelsOut == 3) dims.push_back(3);
+  auto a = qzhost::makeArray(ndClassOf<T>::value, dims);
+  T* out = qzhost::dataOf<T>(a.get());
+  std::size_t plane = height * width;
+  for (std::size_t y = 0; y < height; ++y)
+    for (std::size_t x = 0; x < width; ++x)
+      for (std::size_t c = 0; c < channelsOut; ++c)
+        out[c * plane + x * height + y] = rows[(y * width + x) * channelsIn + c];
+  return a;
+}
+
+struct SpngCtx {
+  spng_ctx* ctx;
+  explicit SpngCtx(int flags) : ctx(spng_ctx_new(flags)) {
+    if (!ctx) throw FileError("out of memory for the PNG codec");
+  }
+  ~SpngCtx() { spng_ctx_free(ctx); }
+  SpngCtx(SpngCtx const&) = delete;
+  SpngCtx& operator=(SpngCtx const&) = delete;
+};
+
+void check(int err, std::string const& path, char const* what) {
+  if (err) throw FileError(path + ": " + what + ": " + spng_strerror(err));
+}
+
+struct DecodedPng {
+  spng_ihdr ihdr{};
+  std::vector<unsigned char> raw;  // the file's samples, host-endian, rows packed
+  std::size_t rowBytes = 0;
+  bool hasTrns = false;
+  spng_plte plte{};
+};
+
+DecodedPng decodePng(std::string const& bytes, std::string const& path) {
+  SpngCtx c(0);
+  // Refuse absurd dimensions before allocating for them.
+  spng_set_image_limits(c.ctx, 1u << 16, 1u << 16);
+  spng_set_chunk_limits(c.ctx, 64u << 20, 64u << 20);
+  check(spng_set_png_buffer(c.ctx, bytes.data(), bytes.size()), path, "invalid PNG");
+  DecodedPng d;
+  check(spng_get_ihdr(c.ctx, &d.ihdr), path, "invalid PNG header");
+  std::size_t size = 0;
+  check(spng_decoded_image_size(c.ctx, SPNG_FMT_PNG, &size), path, "invalid PNG");
+  d.raw.resize(size);
+  check(spng_decode_image(c.ctx, d.raw.data(), size, SPNG_FMT_PNG, 0), path, "corrupt or truncated PNG");
+  d.rowBytes = d.ihdr.height ? size / d.ihdr.height : 0;
+  spng_trns trns;
+  d.hasTrns = spng_get_trns(c.ctx, &trns) == 0;
+  if (d.ihdr.color_type == SPNG_COLOR_TYPE_INDEXED)
+    check(spng_get_plte(c.ctx, &d.plte), path, "palette PNG without a palette");
+  return d;
+}
+
+// Sample x of a row whose samples are `depth` bits (1, 2, 4 or 8) wide.
+unsigned subByteSample(unsigned char const* row, std::size_t x, unsigned depth) {
+  if (depth == 8) return row[x];
+  std::size_t bit = x * depth;
+  unsigned shift = 8 - depth - static_cast<unsigned>(bit % 8);
+  return (row[bit / 8] >> shift) & ((1u << depth) - 1);
+}
+
+qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path) {
+  DecodedPng d = decodePng(bytes, path);
+  std::size_t const w = d.ihdr.width, h = d.ihdr.height;
+  unsigned const depth = d.ihdr.bit_depth, type = d.ihdr.color_type;
+  std::size_t channels = type == SPNG_COLOR_TYPE_GRAYSCALE ? 1
+                         : type == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA ? 2
+                         : type == SPNG_COLOR_TYPE_TRUECOLOR ? 3
+                         : type == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA ? 4
+                                                                   : 1;
+  bool alpha = channels == 2 || channels == 4 || d.hasTrns;
+  if (alpha) std::cerr << "note: " << path << ": alpha channel dropped\n";
+  std::size_t colour = channels >= 3 || type == SPNG_COLOR_TYPE_INDEXED ? 3 : 1;
+
+  if (depth == 16) {
+    std::vector<std::uint16_t> samples(w * h * channels);
+    for (std::size_t y = 0; y < h; ++y)
+      std::memcpy(samples.data() + y * w * channels, d.raw.data() + y * d.rowBytes, w * channels * 2);
+    return toPlanar(samples.data(), h, w, channels, colour);
+  }
+  // 8 bits or fewer: expand sub-byte gray to the full byte range and palette
+  // indices to their colours.
+  std::vector<std::uint8_t> samples(w * h * (type == SPNG_COLOR_TYPE_INDEXED ? 3 : channels));
+  for (std::size_t y = 0; y < h; ++y) {
+    unsigned char const* row = d.raw.data() + y * d.rowBytes;
+    if (type == SPNG_COLOR_TYPE_INDEXED) {
+      for (std::size_t x = 0; x < w; ++x) {
+        unsigned i = subByteSample(row, x, depth);
+        if (i >= d.plte.n_entries) throw FileError(path + ": palette index out of range");
+        auto const& e = d.plte.entries[i];
+        std::uint8_t* o = &samples[(y * w + x) * 3];
+        o[0] = e.red;
+        o[1] = e.green;
+        o[2] = e.blue;
+      }
+    } else if (depth < 8) {
+      unsigned scale = 255u / ((1u << depth) - 1);
+      for (std::size_t x = 0; x < w; ++x)
+        samples[y * w + x] = static_cast<std::uint8_t>(subByteSample(row, x, depth) * scale);
+    } else {
+      std::memcpy(&samples[y * w * channels], row, w * channels);
+    }
+  }
+  return toPlanar(samples.data(), h, w, type == SPNG_COLOR_TYPE_INDEXED ? 3 : channels, colour);
+}
+
+// libjpeg reports errors through a callback that must not return; it jumps
+// back into the frame that called setjmp.  Those frames below hold only
+// plain data, so the jump skips no destructor.
+struct JpegError {
+  jpeg_error_mgr mgr;
+  std::jmp_buf jump;
+  char message[JMSG_LENGTH_MAX];
+};
+
+void onJpegError(j_common_ptr cinfo) {
+  auto* e = reinterpret_cast<JpegError*>(cinfo->err);
+  (*cinfo->err->format_message)(cinfo, e->message);
+  std::longjmp(e->jump, 1);
+}
+
+bool jpegStart(jpeg_decompress_struct* cinfo, JpegError* err, unsigned char const* data, std::size_t size) {
+  if (setjmp(err->jump)) return false;
+  jpeg_mem_src(cinfo, data, size);
+  jpeg_read_header(cinfo, TRUE);
+  if (cinfo->jpeg_color_space == JCS_CMYK || cinfo->jpeg_color_space == JCS_YCCK) {
+    std::snprintf(err->message, sizeof err->message, "CMYK JPEG files are not supported");
+    return false;
+  }
+  cinfo->out_color_space = cinfo->num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+  jpeg_start_decompress(cinfo);
+  return true;
+}
+
+bool jpegRead(jpeg_decompress_struct* cinfo, JpegError* err, unsigned char* pixels, std::size_t rowBytes) {
+  if (setjmp(err->jump)) return false;
+  while (cinfo->output_scanline < cinfo->output_height) {
+    JSAMPROW row = pixels + cinfo->output_scanline * rowBytes;
+    jpeg_read_scanlines(cinfo, &row, 1);
+  }
+  // A truncated file is padded with grey and reported only as a warning.
+  if (err->mgr.num_warnings > 0) {
+    std::snprintf(err->message, sizeof err->message, "truncated or damaged data");
+    return false;
+  }
+  jpeg_finish_decompress(cinfo);
+  return true;
+}
+
+qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path) {
+  jpeg_decompress_struct cinfo;
+  JpegError err{};
+  cinfo.err = jpeg_std_error(&err.mgr);
+  err.mgr.error_exit = onJpegError;
+  err.mgr.output_message = [](j_common_ptr) {};  // warnings are counted, not printed
+  jpeg_create_decompress(&cinfo);
+  std::unique_ptr<jpeg_decompress_struct, void (*)(jpeg_decompress_struct*)> guard(&cinfo, jpeg_destroy_decompress);
+  if (!jpegStart(&cinfo, &err, reinterpret_cast<unsigned char const*>(bytes.data()), bytes.size()))
+    throw FileError(path + ": corrupt JPEG: " + err.message);
+  std::size_t const w = cinfo.output_width, h = cinfo.output_height;
+  std::size_t const channels = static_cast<std::size_t>(cinfo.output_components);
+  if (w > (1u << 16) || h > (1u << 16)) throw FileError(path + ": JPEG dimensions are too large");
+  std::vector<std::uint8_t> pixels(w * h * channels);
+  if (!jpegRead(&cinfo, &err, pixels.data(), w * channels)) throw FileError(path + ": corrupt JPEG: " + err.message);
+  return toPlanar(pixels.data(), h, w, channels, channels);
+}
+
+void writeFile(std::string const& path, void const* data, std::size_t size) {
+  std::ofstream out(path, std::ios::binary);
+  if (!out) throw FileError(path + ": cannot open for writing");
+  out.write(static_cast<char const*>(data), static_cast<std::streamsize>(size));
+  out.close();
+  if (!out) throw FileError(path + ": write failed");
+}
+
+void encodePng(std::string const& path, spng_ihdr ihdr, std::vector<unsigned char> const& rows,
+               spng_plte* plte) {
+  SpngCtx c(SPNG_CTX_ENCODER);
+  spng_set_option(c.ctx, SPNG_ENCODE_TO_BUFFER, 1);
+  check(spng_set_ihdr(c.ctx, &ihdr), path, "cannot encode");
+  if (plte) check(spng_set_plte(c.ctx, plte), path, "cannot encode palette");
+  check(spng_encode_image(c.ctx, rows.data(), rows.size(), SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE), path,
+        "cannot encode");
+  std::size_t len = 0;
+  int e = 0;
+  std::unique_ptr<void, void (*)(void*)> buf(spng_get_png_buffer(c.ctx, &len, &e), std::free);
+  check(e, path, "cannot encode");
+  writeFile(path, buf.get(), len);
+}
+
+}  // namespace
+
+qzhost::ArrayPtr readImage(std::string const& path) {
+  std::string bytes = slurp(path);
+  if (isPng(bytes)) return readPng(bytes, path);
+  if (isJpeg(bytes)) return readJpeg(bytes, path);
+  throw FileError(path + ": not a PNG or JPEG file");
+}
+
+std::optional<IndexedImage> readIndexedPng(std::string const& path) {
+  std::string bytes = slurp(path);
+  if (!isPng(bytes)) return std::nullopt;
+  DecodedPng d = decodePng(bytes, path);
+  if (d.ihdr.color_type != SPNG_COLOR_TYPE_INDEXED) return std::nullopt;
+  std::size_t const w = d.ihdr.width, h = d.ihdr.height, k = d.plte.n_entries;
+  IndexedImage out{qzhost::makeArray(ndclass::UInt8, {h, w}), qzhost::makeArray(ndclass::UInt8, {k, 3})};
+  auto* idx = qzhost::dataOf<std::uint8_t>(out.index.get());
+  for (std::size_t y = 0; y < h; ++y)
+    for (std::size_t x = 0; x < w; ++x)
+      idx[x * h + y] = static_cast<std::uint8_t>(subByteSample(d.raw.data() + y * d.rowBytes, x, d.ihdr.bit_depth));
+  auto* map = qzhost::dataOf<std::uint8_t>(out.palette.get());
+  for (std::size_t i = 0; i < k; ++i) {
+    map[i] = d.plte.entries[i].red;
+    map[k + i] = d.plte.entries[i].green;
+    map[2 * k + i] = d.plte.entries[i].blue;
+  }
+  return out;
+}
+
+void writePng(std::string const& path, ndArray_tag const* image) {
+  auto dims = qzhost::dimsOf(image);
+  ndClassID cls = ndGetClassID(image);
+  bool colour = dims.size() == 3 && dims[2] == 3;
+  if ((cls != ndclass::UInt8 && cls != ndclass::UInt16) || ndIsComplex(image) || (dims.size() != 2 && !colour))
+    throw FileError(path + ": only real uint8 or uint16 M-by-N or M-by-N-by-3 images can be written as PNG");
+  std::size_t const h = dims[0], w = dims[1], ch = colour ? 3 : 1, bytesPer = cls == ndclass::UInt8 ? 1 : 2;
+  if (h == 0 || w == 0) throw FileError(path + ": cannot write an empty image as PNG");
+  std::vector<unsigned char> rows(h * w * ch * bytesPer);
+  std::size_t plane = h * w;
+  for (std::size_t y = 0; y < h; ++y)
+    for (std::size_t x = 0; x < w; ++x)
+      for (std::size_t c = 0; c < ch; ++c) {
+        std::size_t from = c * plane + x * h + y, to = (y * w + x) * ch + c;
+        if (bytesPer == 1)
+          rows[to] = qzhost::dataOf<std::uint8_t>(image)[from];
+        else
+          std::memcpy(&rows[to * 2], &qzhost::dataOf<std::uint16_t>(image)[from], 2);
+      }
+  spng_ihdr ihdr{};
+  ihdr.width = static_cast<std::uint32_t>(w);
+  ihdr.height = static_cast<std::uint32_t>(h);
+  ihdr.bit_depth = static_cast<std::uint8_t>(8 * bytesPer);
+  ihdr.color_type = colour ? SPNG_COLOR_TYPE_TRUECOLOR : SPNG_COLOR_TYPE_GRAYSCALE;
+  encodePng(path, ihdr, rows, nullptr);
+}
+
+void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_tag const* map) {
+  auto dims = qzhost::dimsOf(index);
+  auto mdims = qzhost::dimsOf(map);
+  std::size_t const h = dims[0], w = dims[1], k = mdims[0];
+  if (ndGetClassID(index) != ndclass::UInt8 || dims.size() != 2 || mdims.size() != 2 || mdims[1] != 3 || k == 0 ||
+      k > 256)
+    throw FileError(path + ": a palette PNG needs uint8 indices and a map of 1 to 256 colours");
+  if (h == 0 || w == 0) throw FileError(path + ": cannot write an empty image as PNG");
+  spng_plte plte{};
+  plte.n_entries = static_cast<std::uint32_t>(k);
+  auto const* m = qzhost::dataOf<std::uint8_t>(map);
+  for (std::size_t i = 0; i < k; ++i) plte.entries[i] = {m[i], m[k + i], m[2 * k + i], 255};
+  std::vector<unsigned char> rows(h * w);
+  auto const* idx = qzhost::dataOf<std::uint8_t>(index);
+  for (std::size_t y = 0; y < h; ++y)
+    for (std::size_t x = 0; x < w; ++x) {
+      if (idx[x * h + y] >= k) throw FileError(path + ": index beyond the palette");
+      rows[y * w + x] = idx[x * h + y];
+    }
+  spng_ihdr ihdr{};
+  ihdr.width = static_cast<std::uint32_t>(w);
+  ihdr.height = static_cast<std::uint32_t>(h);
+  ihdr.bit_depth = 8;
+  ihdr.color_type = SPNG_COLOR_TYPE_INDEXED;
+  encodePng(path, ihdr, rows, &plte);
+}
+
+}  // namespace qzcli

@@ -1,0 +1,33 @@
+#pragma once
+// Image files <-> host arrays.  Images are held the way the built-ins take
+// them: column-major, M-by-N for gray, M-by-N-by-3 planes for colour, class
+// uint8 or uint16.
+
+#include <optional>
+#include <string>
+
+#include "npy.hpp"
+#include "qzhost/runtime.hpp"
+
+namespace qzcli {
+
+// Reads a PNG (8 or 16 bit; gray, gray+alpha, RGB, RGBA or palette) or a
+// JPEG, recognised by content, not by name.  Alpha is dropped with a note on
+// stderr; a palette is expanded to RGB.  Throws FileError.
+qzhost::ArrayPtr readImage(std::string const& path);
+
+// A palette PNG's 0-based indices (uint8 M-by-N) and its palette (uint8
+// K-by-3); nothing if the file is not a palette PNG.
+struct IndexedImage {
+  qzhost::ArrayPtr index;
+  qzhost::ArrayPtr palette;
+};
+std::optional<IndexedImage> readIndexedPng(std::string const& path);
+
+// Writes a uint8 or uint16 M-by-N (gray) or M-by-N-by-3 (RGB) array.
+void writePng(std::string const& path, ndArray_tag const* image);
+
+// Writes a palette PNG from uint8 indices and a uint8 K-by-3 map, K <= 256.
+void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_tag const* map);
+
+}  // namespace qzcli

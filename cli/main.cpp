@@ -1,0 +1,428 @@
+// qzimages: the built-ins of libqzimages on image and .npy files.
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+
+#include "builtins.hpp"
+#include "filters.hpp"
+#include "image_io.hpp"
+#include "npy.hpp"
+#include "qzimages/qzimages.hpp"
+
+namespace fs = std::filesystem;
+using qzhost::ArrayPtr;
+
+namespace qzcli {
+namespace {
+
+// A problem with what the user asked for (exit status 2).
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+ArrayPtr scalar(double v) {
+  ArrayPtr a = qzhost::makeArray(ndclass::Double, {1, 1});
+  qzhost::dataOf<double>(a.get())[0] = v;
+  return a;
+}
+
+bool isNpy(std::string const& path) { return fs::path(path).extension() == ".npy"; }
+
+ArrayPtr readAny(std::string const& path) { return isNpy(path) ? readNpy(path) : readImage(path); }
+
+bool isRgb(ndArray_tag const* a) {
+  auto d = qzhost::dimsOf(a);
+  return d.size() == 3 && d[2] == 3;
+}
+
+// A grayscale image as three equal planes, for built-ins that take RGB.
+ArrayPtr asRgb(ArrayPtr img) {
+  if (isRgb(img.get())) return img;
+  auto d = qzhost::dimsOf(img.get());
+  if (d.size() != 2) throw UsageError("expected an M-by-N or M-by-N-by-3 image");
+  ndClassID cls = ndGetClassID(img.get());
+  std::size_t bytes = d[0] * d[1] * qzhost::elementSize(cls);
+  ArrayPtr rgb = qzhost::makeArray(cls, {d[0], d[1], 3});
+  for (int c = 0; c < 3; ++c)
+    if (bytes) std::memcpy(static_cast<char*>(ndGetData(rgb.get())) + c * bytes, ndGetData(img.get()), bytes);
+  return rgb;
+}
+
+// Plane c of an M-by-N-by-3 double array, as an M-by-N array.
+ArrayPtr plane(ndArray_tag const* a, std::size_t c) {
+  auto d = qzhost::dimsOf(a);
+  ArrayPtr p = qzhost::makeArray(ndclass::Double, {d[0], d[1]});
+  std::size_t n = d[0] * d[1];
+  if (n) std::memcpy(ndGetData(p.get()), qzhost::dataOf<double>(a) + c * n, n * sizeof(double));
+  return p;
+}
+
+// A uint8 K-by-3 map as the double map in [0, 1] that ind2rgb8 takes;
+// v/255 converts back to exactly v.
+ArrayPtr unitMap(ndArray_tag const* map) {
+  auto d = qzhost::dimsOf(map);
+  ArrayPtr m = qzhost::makeArray(ndclass::Double, {d[0], 3});
+  for (std::size_t i = 0; i < d[0] * 3; ++i) qzhost::dataOf<double>(m.get())[i] = qzhost::dataOf<std::uint8_t>(map)[i] / 255.0;
+  return m;
+}
+
+double psnr(ndArray_tag const* a, ndArray_tag const* b) {
+  std::size_t n = ndGetNumberOfElements(a);
+  auto const* x = qzhost::dataOf<std::uint8_t>(a);
+  auto const* y = qzhost::dataOf<std::uint8_t>(b);
+  double se = 0;
+  for (std::size_t i = 0; i < n; ++i) se += (double(x[i]) - y[i]) * (double(x[i]) - y[i]);
+  if (se == 0 || n == 0) return INFINITY;
+  return 10 * std::log10(255.0 * 255.0 / (se / double(n)));
+}
+
+std::string withSuffix(std::string const& prefix, std::string const& suffix) { return prefix + suffix; }
+
+// ---- Subcommands --------------------------------------------------------------
+
+ArrayPtr toGray(ArrayPtr img) {
+  if (!isRgb(img.get())) return img;  // already one channel
+  return std::move(run(pximages::_rgb2gray, 1, {img.get()})[0]);
+}
+
+int cmdGray(std::string const& in, std::string const& out) {
+  ArrayPtr img = readImage(in);
+  if (!isRgb(img.get())) std::cerr << "note: " << in << " is already grayscale; written unchanged\n";
+  writePng(out, toGray(std::move(img)).get());
+  return 0;
+}
+
+int cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
+  ArrayPtr img = asRgb(readImage(in));
+  ArrayPtr hsv = std::move(run(pximages::_rgb2hsv, 1, {img.get()})[0]);
+  char const* names[] = {"_h.png", "_s.png", "_v.png"};
+  for (std::size_t c = 0; c < 3; ++c) {
+    ArrayPtr p = plane(hsv.get(), c);
+    writePng(withSuffix(prefix, names[c]), run(pximages::_grayto8, 1, {p.get()})[0].get());
+  }
+  if (npy) writeNpy(withSuffix(prefix, ".npy"), hsv.get());
+  return 0;
+}
+
+struct Quantised {
+  ArrayPtr map, index, rgb;
+  std::size_t colours;
+};
+
+// cq, then the image rebuilt from map and index through ind2rgb8.
+Quantised quantise(ndArray_tag const* img, double k) {
+  ArrayPtr kArg = scalar(k);
+  auto out = run(pximages::_cq, 2, {img, kArg.get()});
+  std::size_t const colours = qzhost::dimsOf(out[0].get())[0];
+  Quantised q{std::move(out[0]), std::move(out[1]), nullptr, colours};
+  if (q.colours > 0) {
+    ArrayPtr m = unitMap(q.map.get());
+    q.rgb = std::move(run(pximages::_ind2rgb8, 1, {q.index.get(), m.get()})[0]);
+  }
+  return q;
+}
+
+int cmdQuantize(std::string const& in, double k, std::string const& out, std::string const& mapPath) {
+  ArrayPtr img = asRgb(readImage(in));
+  if (ndGetClassID(img.get()) != ndclass::UInt8) throw UsageError(in + ": quantize needs an 8-bit image");
+  Quantised q = quantise(img.get(), k);
+  if (q.colours == 0) throw UsageError("no colours requested (-k 0): nothing to write");
+  if (q.colours <= 256)
+    writeIndexedPng(out, q.index.get(), q.map.get());
+  else
+    writePng(out, q.rgb.get());
+  if (!mapPath.empty()) writeNpy(mapPath, unitMap(q.map.get()).get());
+  std::cout << "colours: " << q.colours << "\n";
+  std::cout << "PSNR: " << std::fixed << std::setprecision(2) << psnr(img.get(), q.rgb.get()) << " dB\n";
+  return 0;
+}
+
+int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string const& out) {
+  ArrayPtr index, map;
+  if (!isNpy(in)) {
+    auto indexed = readIndexedPng(in);
+    if (!indexed) throw UsageError(in + ": not a palette PNG (give a palette PNG or an index .npy)");
+    index = std::move(indexed->index);
+    map = unitMap(indexed->palette.get());
+  } else {
+    index = readNpy(in);
+  }
+  if (!mapPath.empty()) map = readNpy(mapPath);
+  if (!map) throw UsageError("an index array needs a colour map: --map MAP.npy");
+  writePng(out, run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get());
+  return 0;
+}
+
+int cmdTo8(std::string const& in, std::string const& out) {
+  ArrayPtr img = readAny(in);
+  writePng(out, run(pximages::_grayto8, 1, {img.get()})[0].get());
+  return 0;
+}
+
+// Resamples both dimensions, the one reduced more first, with one imresize
+// call each.
+ArrayPtr resize(ArrayPtr img, std::size_t outRows, std::size_t outCols, double sRows, double sCols,
+                qzfilters::Method method, bool antialias) {
+  auto d = qzhost::dimsOf(img.get());
+  struct Pass {
+    int dim;
+    std::size_t in, out;
+    double scale;
+  } passes[] = {{1, d[0], outRows, sRows}, {2, d[1], outCols, sCols}};
+  if (sCols < sRows) std::swap(passes[0], passes[1]);
+  for (auto const& p : passes) {
+    auto f = qzfilters::makeFilter(p.in, p.out, p.scale, method, antialias);
+    ArrayPtr w = qzhost::makeArray(ndclass::Double, {f.taps, f.outLength});
+    ArrayPtr x = qzhost::makeArray(ndclass::Double, {f.taps, f.outLength});
+    if (!f.weights.empty()) {
+      std::memcpy(ndGetData(w.get()), f.weights.data(), f.weights.size() * sizeof(double));
+      std::memcpy(ndGetData(x.get()), f.indices.data(), f.indices.size() * sizeof(double));
+    }
+    ArrayPtr dim = scalar(p.dim);
+    img = std::move(run(pximages::_imresize, 1, {img.get(), w.get(), x.get(), dim.get()})[0]);
+  }
+  return img;
+}
+
+int cmdResize(std::string const& in, double scale, std::string const& size, std::string const& methodName,
+              bool noAntialias, std::string const& out) {
+  auto method = qzfilters::parseMethod(methodName);
+  if (!method) throw UsageError("unknown method '" + methodName + "'");
+  ArrayPtr img = readImage(in);
+  auto d = qzhost::dimsOf(img.get());
+  std::size_t rows, cols;
+  double sRows, sCols;
+  if (!size.empty()) {
+    unsigned long long h = 0, w = 0;
+    char x = 0, extra = 0;
+    if (std::sscanf(size.c_str(), "%llu%c%llu%c", &h, &x, &w, &extra) != 3 || (x != 'x' && x != 'X') || h == 0 ||
+        w == 0 || h > (1u << 16) || w > (1u << 16))
+      throw UsageError("--size must be HxW with H and W from 1 to 65536, e.g. 300x400");
+    rows = h;
+    cols = w;
+    sRows = double(h) / double(d[0]);
+    sCols = double(w) / double(d[1]);
+  } else {
+    if (!(scale > 0) || !std::isfinite(scale)) throw UsageError("--scale must be a positive number");
+    rows = qzfilters::outputLength(d[0], scale);
+    cols = qzfilters::outputLength(d[1], scale);
+    if (rows > (1u << 16) || cols > (1u << 16)) throw UsageError("--scale makes the image too large");
+    sRows = sCols = scale;
+  }
+  writePng(out, resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get());
+  return 0;
+}
+
+int cmdCall(std::string const& name, int nargout, std::string const& outDir, std::vector<std::string> const& files) {
+  qzhost::Gateway fn = gatewayByName(name);
+  if (!fn) throw UsageError("unknown built-in '" + name + "' (one of: cq, grayto8, imresize, ind2rgb8, rgb2gray, rgb2hsv)");
+  std::vector<ArrayPtr> inputs;
+  for (auto const& f : files) inputs.push_back(readNpy(f));
+  std::vector<ndArray_tag const*> raw;
+  for (auto const& a : inputs) raw.push_back(a.get());
+  std::error_code ec;
+  fs::create_directories(outDir, ec);
+  if (!fs::is_directory(outDir)) throw UsageError(outDir + ": cannot create the output folder");
+  auto out = run(fn, nargout, raw, std::max(2, nargout));
+  for (std::size_t k = 0; k < out.size(); ++k)
+    if (out[k]) writeNpy((fs::path(outDir) / ("out" + std::to_string(k) + ".npy")).string(), out[k].get());
+  return 0;
+}
+
+// ---- The demo --------------------------------------------------------------------
+
+struct Timer {
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  double ms() const {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+  }
+};
+
+int cmdDemo(std::string const& input, std::string const& dir) {
+  fs::create_directories(dir);
+  ArrayPtr photo = readImage(input);
+  if (!isRgb(photo.get()) || ndGetClassID(photo.get()) != ndclass::UInt8)
+    throw UsageError(input + ": the demo needs an 8-bit RGB photo");
+  auto d = qzhost::dimsOf(photo.get());
+  struct Row {
+    std::string file, builtin, note;
+    double ms;
+  };
+  std::vector<Row> rows;
+  auto path = [&](std::string const& f) { return (fs::path(dir) / f).string(); };
+
+  Timer t;
+  ArrayPtr gray = std::move(run(pximages::_rgb2gray, 1, {photo.get()})[0]);
+  rows.push_back({"gray.png", "rgb2gray", "luminance", t.ms()});
+  writePng(path("gray.png"), gray.get());
+
+  t = Timer();
+  ArrayPtr hsv = std::move(run(pximages::_rgb2hsv, 1, {photo.get()})[0]);
+  double hsvMs = t.ms();
+  char const* planes[] = {"hsv_h.png", "hsv_s.png", "hsv_v.png"};
+  for (std::size_t c = 0; c < 3; ++c) {
+    ArrayPtr p = plane(hsv.get(), c);
+    ArrayPtr b = std::move(run(pximages::_grayto8, 1, {p.get()})[0]);
+    writePng(path(planes[c]), b.get());
+  }
+  rows.push_back({"hsv_{h,s,v}.png", "rgb2hsv", "planes through grayto8", hsvMs});
+
+  for (int k : {16, 256}) {
+    t = Timer();
+    ArrayPtr kArg = scalar(k);
+    auto out = run(pximages::_cq, 2, {photo.get(), kArg.get()});
+    double cqMs = t.ms();
+    ArrayPtr m = unitMap(out[0].get());
+    std::string file = "quantized_" + std::to_string(k) + ".png";
+    writeIndexedPng(path(file), out[1].get(), out[0].get());
+    t = Timer();
+    ArrayPtr rgb = std::move(run(pximages::_ind2rgb8, 1, {out[1].get(), m.get()})[0]);
+    double indMs = t.ms();
+    std::ostringstream note;
+    note << qzhost::dimsOf(out[0].get())[0] << " colours, PSNR " << std::fixed << std::setprecision(2)
+         << psnr(photo.get(), rgb.get()) << " dB";
+    rows.push_back({file, "cq", note.str(), cqMs});
+    if (k == 256) {
+      writePng(path("roundtrip_256.png"), rgb.get());
+      rows.push_back({"roundtrip_256.png", "ind2rgb8", "index + map back to RGB", indMs});
+    }
+  }
+
+  for (double s : {0.5, 2.0}) {
+    ArrayPtr copy = qzhost::makeArray(ndclass::UInt8, {d[0], d[1], 3});
+    std::memcpy(ndGetData(copy.get()), ndGetData(photo.get()), d[0] * d[1] * 3);
+    t = Timer();
+    ArrayPtr r = resize(std::move(copy), qzfilters::outputLength(d[0], s), qzfilters::outputLength(d[1], s), s, s,
+               qzfilters::Method::Bicubic, true);
+    double ms = t.ms();
+    std::string file = s < 1 ? "half.png" : "double.png";
+    writePng(path(file), r.get());
+    auto rd = qzhost::dimsOf(r.get());
+    rows.push_back({file, "imresize", "bicubic " + std::to_string(rd[1]) + "x" + std::to_string(rd[0]), ms});
+  }
+
+  // A double image: the photo's luminance in [0, 1], back to bytes.
+  ArrayPtr unit = qzhost::makeArray(ndclass::Double, {d[0], d[1]});
+  for (std::size_t i = 0; i < d[0] * d[1]; ++i)
+    qzhost::dataOf<double>(unit.get())[i] = qzhost::dataOf<std::uint8_t>(gray.get())[i] / 255.0;
+  t = Timer();
+  ArrayPtr back = std::move(run(pximages::_grayto8, 1, {unit.get()})[0]);
+  rows.push_back({"gray8_from_double.png", "grayto8", "double in [0,1] to uint8", t.ms()});
+  writePng(path("gray8_from_double.png"), back.get());
+
+  std::cout << "demo on " << input << " (" << d[1] << "x" << d[0] << "), results in " << dir << "/\n\n";
+  std::cout << std::left << std::setw(24) << "file" << std::setw(10) << "built-in" << std::right << std::setw(10)
+            << "time ms" << "  " << "notes\n";
+  for (auto const& r : rows)
+    std::cout << std::left << std::setw(24) << r.file << std::setw(10) << r.builtin << std::right << std::setw(10)
+              << std::fixed << std::setprecision(2) << r.ms << "  " << r.note << "\n";
+  return 0;
+}
+
+}  // namespace
+}  // namespace qzcli
+
+int main(int argc, char** argv) {
+  using namespace qzcli;
+  CLI::App app{"qzimages: image built-ins on PNG, JPEG and .npy files"};
+  app.require_subcommand(1);
+
+  std::string in, out, prefix, mapPath, size, method = "bicubic", name, outDir = ".", demoDir = "demo-out";
+  std::string demoInput = QZ_SAMPLE_PHOTO;
+  double k = 0, scale = 0;
+  int nargout = 1;
+  bool npy = false, noAntialias = false;
+  std::vector<std::string> files;
+
+  auto* gray = app.add_subcommand("gray", "Weighted luminance of an RGB image (rgb2gray); 16-bit stays 16-bit");
+  gray->add_option("input", in, "PNG or JPEG image")->required();
+  gray->add_option("-o,--output", out, "output PNG")->required();
+
+  auto* hsv = app.add_subcommand("hsv", "Hue, saturation and value planes as 8-bit PNGs (rgb2hsv, grayto8)");
+  hsv->add_option("input", in, "PNG or JPEG image")->required();
+  hsv->add_option("-o,--output", prefix, "prefix: writes PREFIX_h.png, PREFIX_s.png, PREFIX_v.png")->required();
+  hsv->add_flag("--npy", npy, "also write the double HSV image as PREFIX.npy");
+
+  auto* quant = app.add_subcommand("quantize", "Reduce an 8-bit image to at most K colours (cq)");
+  quant->add_option("input", in, "PNG or JPEG image")->required();
+  quant->add_option("-k,--colors", k, "number of colours, 0 to 65536")->required();
+  quant->add_option("-o,--output", out, "output PNG (palette PNG for up to 256 colours)")->required();
+  quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy");
+
+  auto* ind = app.add_subcommand("ind2rgb", "Expand an indexed image through its colour map (ind2rgb8)");
+  ind->add_option("index", in, "palette PNG, or index array .npy (double: 1-based; integer: 0-based)")->required();
+  ind->add_option("--map", mapPath, "colour map .npy, K-by-3 doubles in [0,1]");
+  ind->add_option("-o,--output", out, "output PNG")->required();
+
+  auto* to8 = app.add_subcommand("to8", "Convert a 16-bit gray PNG or a double/single .npy to 8 bits (grayto8)");
+  to8->add_option("input", in, "16-bit grayscale PNG or .npy array")->required();
+  to8->add_option("-o,--output", out, "output PNG")->required();
+
+  auto* rs = app.add_subcommand("resize", "Resample an image (imresize, once per dimension)");
+  rs->add_option("input", in, "PNG or JPEG image")->required();
+  auto* scaleOpt = rs->add_option("--scale", scale, "scale factor, e.g. 0.5");
+  auto* sizeOpt = rs->add_option("--size", size, "output size HxW, e.g. 300x400");
+  scaleOpt->excludes(sizeOpt);
+  rs->add_option("--method", method, "nearest, bilinear, bicubic, lanczos2, lanczos3 or box")
+      ->check(CLI::IsMember({"nearest", "bilinear", "bicubic", "lanczos2", "lanczos3", "box"}));
+  rs->add_flag("--no-antialias", noAntialias, "do not widen the kernel when shrinking");
+  rs->add_option("-o,--output", out, "output PNG")->required();
+
+  auto* call = app.add_subcommand("call", "Call a built-in on .npy arrays; outputs go to OUTDIR/out<k>.npy");
+  call->add_option("name", name, "cq, grayto8, imresize, ind2rgb8, rgb2gray or rgb2hsv")->required();
+  call->add_option("-n,--nargout", nargout, "number of outputs asked for (default 1)")->check(CLI::Range(0, 64));
+  call->add_option("-o,--outdir", outDir, "folder for the outputs (default .)");
+  call->add_option("inputs", files, "input arrays (.npy), in order");
+
+  auto* demo = app.add_subcommand("demo", "Run every built-in on the bundled sample photo");
+  demo->add_option("-o,--outdir", demoDir, "folder for the results (default demo-out)");
+  demo->add_option("-i,--input", demoInput, "photo to use instead of the bundled one");
+
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& e) {
+    int code = app.exit(e);
+    return code == 0 ? 0 : 2;
+  }
+  if (rs->parsed() && scaleOpt->count() == 0 && sizeOpt->count() == 0) {
+    std::cerr << "resize: give --scale S or --size HxW\n";
+    return 2;
+  }
+
+  try {
+    if (gray->parsed()) return cmdGray(in, out);
+    if (hsv->parsed()) return cmdHsv(in, prefix, npy);
+    if (quant->parsed()) return cmdQuantize(in, k, out, mapPath);
+    if (ind->parsed()) return cmdInd2rgb(in, mapPath, out);
+    if (to8->parsed()) return cmdTo8(in, out);
+    if (rs->parsed()) return cmdResize(in, scale, size, method, noAntialias, out);
+    if (call->parsed()) return cmdCall(name, nargout, outDir, files);
+    if (demo->parsed()) return cmdDemo(demoInput, demoDir);
+  } catch (BuiltinFailed const&) {
+    return 1;  // already reported
+  } catch (ContractError const& e) {
+    std::cerr << "error: " << e.what() << "\n";
+    return 2;
+  } catch (UsageError const& e) {
+    std::cerr << "error: " << e.what() << "\n";
+    return 2;
+  } catch (FileError const& e) {
+    std::cerr << "error: " << e.what() << "\n";
+    return 2;
+  } catch (qzhost::HostError const& e) {
+    std::cerr << "error: " << e.identifier() << ": " << e.message() << "\n";
+    return 2;
+  } catch (std::exception const& e) {
+    std::cerr << "error: " << e.what() << "\n";
+    return 2;
+  }
+  return 2;
+}
