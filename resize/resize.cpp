@@ -66,35 +66,56 @@ struct KernelIO<F<I, O>> {
   using Out = O;
 };
 
+// One output element: the weighted sum of its taps, converted to the
+// element type (each part on its own for complex data).
+template <class E>
+E elementValue(E const* src, std::size_t base, double const* w, std::size_t const* o, std::size_t taps) {
+  return fromWeightedSum<E>(weightedSum(src, base, w, o, taps));
+}
+template <class E>
+std::complex<E> elementValue(std::complex<E> const* src, std::size_t base, double const* w, std::size_t const* o,
+                             std::size_t taps) {
+  return weightedSumComplex(src, base, w, o, taps);
+}
+
+// Column items [r.begin(), r.end()): every output row of one column of one
+// plane per item.  Shared by the real and the complex column kernels.
+template <class Kernel>
+void resizeColumnItems(Kernel const& k, tbb::blocked_range<std::size_t> const& r) {
+  for (std::size_t j = r.begin(); j != r.end(); ++j) {
+    std::size_t const s = j * k.srcRows, d = j * k.dstRows;
+    for (std::size_t i = 0; i < k.dstRows; ++i)
+      k.dst[d + i] = elementValue(k.src, s, k.weights + i * k.taps, k.offsets + i * k.taps, k.taps);
+  }
+}
+
+// Output columns [first, last) over every row of every plane.  Shared by
+// the real and the complex row kernels, for blocks and for the tail.
+template <class Kernel>
+void resizeRowColumns(Kernel const& k, std::size_t first, std::size_t last) {
+  for (std::size_t p = 0; p < k.planes; ++p)
+    for (std::size_t r = 0; r < k.rows; ++r) {
+      std::size_t const s = p * k.rows * k.srcCols + r, d = p * k.rows * k.dstCols + r;
+      for (std::size_t i = first; i < last; ++i)
+        k.dst[d + i * k.rows] = elementValue(k.src, s, k.weights + i * k.taps, k.offsets + i * k.taps, k.taps);
+    }
+}
+
 }  // namespace
 
 template <class In, class Out>
 void ResizeCols<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  for (std::size_t j = r.begin(); j != r.end(); ++j) {
-    std::size_t const s = j * srcRows, d = j * dstRows;
-    for (std::size_t i = 0; i < dstRows; ++i)
-      dst[d + i] = fromWeightedSum<Out>(weightedSum(src, s, weights + i * taps, offsets + i * taps, taps));
-  }
+  resizeColumnItems(*this, r);
 }
 
 template <class In, class Out>
 void ResizeColsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  for (std::size_t j = r.begin(); j != r.end(); ++j) {
-    std::size_t const s = j * srcRows, d = j * dstRows;
-    for (std::size_t i = 0; i < dstRows; ++i)
-      dst[d + i] = weightedSumComplex(src, s, weights + i * taps, offsets + i * taps, taps);
-  }
+  resizeColumnItems(*this, r);
 }
 
 template <class In, class Out>
 void ResizeRows<In, Out>::columns(std::size_t first, std::size_t last) const {
-  for (std::size_t p = 0; p < planes; ++p)
-    for (std::size_t r = 0; r < rows; ++r) {
-      std::size_t const s = p * rows * srcCols + r, d = p * rows * dstCols + r;
-      for (std::size_t i = first; i < last; ++i)
-        dst[d + i * rows] =
-            fromWeightedSum<Out>(weightedSum(src, s, weights + i * taps, offsets + i * taps, taps));
-    }
+  resizeRowColumns(*this, first, last);
 }
 
 template <class In, class Out>
@@ -104,12 +125,7 @@ void ResizeRows<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) c
 
 template <class In, class Out>
 void ResizeRowsComplex<In, Out>::columns(std::size_t first, std::size_t last) const {
-  for (std::size_t p = 0; p < planes; ++p)
-    for (std::size_t r = 0; r < rows; ++r) {
-      std::size_t const s = p * rows * srcCols + r, d = p * rows * dstCols + r;
-      for (std::size_t i = first; i < last; ++i)
-        dst[d + i * rows] = weightedSumComplex(src, s, weights + i * taps, offsets + i * taps, taps);
-    }
+  resizeRowColumns(*this, first, last);
 }
 
 template <class In, class Out>
