@@ -285,18 +285,18 @@ char const* className(ndClassID cls) {
   }
 }
 
-ArrayPtr makeArray(ArraySpec const& spec) {
-  return newArray(spec.cls, normalise(spec.dims.data(), spec.dims.data() + spec.dims.size()), spec.complex,
-                  spec.form, true);
+ArrayPtr makeArray(ArraySpec const& desc) {
+  return newArray(desc.cls, normalise(desc.dims.data(), desc.dims.data() + desc.dims.size()), desc.complex,
+                  desc.form, true);
 }
 
-ArrayPtr wrapData(ArraySpec const& spec, void* data, void (*release)(void*), void* context) {
-  auto dims = normalise(spec.dims.data(), spec.dims.data() + spec.dims.size());
-  if (spec.form == DimForm::Compact && dims.size() != 2) raise("badCompactForm");
-  ArrayPtr a = newArray(spec.cls, {0, 0}, spec.complex, DimForm::Full, false);
+ArrayPtr wrapData(ArraySpec const& desc, void* data, void (*release)(void*), void* context) {
+  auto dims = normalise(desc.dims.data(), desc.dims.data() + desc.dims.size());
+  if (desc.form == DimForm::Compact && dims.size() != 2) raise("badCompactForm");
+  ArrayPtr a = newArray(desc.cls, {0, 0}, desc.complex, DimForm::Full, false);
   auto& s = ArrayAccess::of(a.get());
-  if (dataBytes(dims, spec.cls, spec.complex) == 0) data = nullptr;
-  switch (spec.form) {
+  if (dataBytes(dims, desc.cls, desc.complex) == 0) data = nullptr;
+  switch (desc.form) {
     case DimForm::Full: s.dims = std::move(dims); break;
     case DimForm::Compact:
       s.dims.clear();

@@ -60,7 +60,7 @@ struct ArraySpec {
 
 // A zero-filled array of any class the host knows, including logical, char
 // and host-defined classes (codes above 16, stored as 8-byte elements).
-QZHOST_API ArrayPtr makeArray(ArraySpec const& spec);
+QZHOST_API ArrayPtr makeArray(ArraySpec const& desc);
 inline ArrayPtr makeArray(ndClassID cls, std::vector<std::size_t> dims, bool complex = false,
                           DimForm form = DimForm::Full) {
   return makeArray(ArraySpec{cls, std::move(dims), complex, form});
@@ -75,7 +75,7 @@ QZHOST_API ArrayPtr makeSparse(std::size_t m, std::size_t n, std::vector<std::si
 // An array over element data the host does not own, released through
 // release(context) when the array is destroyed.  Used for zero-copy views of
 // a host's own buffers.
-QZHOST_API ArrayPtr wrapData(ArraySpec const& spec, void* data, void (*release)(void*), void* context);
+QZHOST_API ArrayPtr wrapData(ArraySpec const& desc, void* data, void (*release)(void*), void* context);
 
 // Adds a holder: the next release through the deleter drops a reference
 // instead of destroying the array.
