@@ -6,20 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "contract.hpp"
 #include "qzhost/runtime.hpp"
 
 namespace qzcli {
 
-// The gateway of a built-in by name, or null.
-qzhost::Gateway gatewayByName(std::string const& name);
-std::vector<std::string> builtinNames();
-
-// Arguments that the built-in would take on trust and could not survive:
-// rgb2gray and rgb2hsv need one real M-by-N-by-3 array, imresize needs every
-// source index inside the image.  The host refuses them before the call.
-struct ContractError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+using qzcall::ContractError;
+using qzcall::gatewayByName;
 
 // A built-in raised: its identifier and text have been printed.
 struct BuiltinFailed {

@@ -15,6 +15,7 @@
 #include "filters.hpp"
 #include "image_io.hpp"
 #include "npy.hpp"
+#include "resample.hpp"
 #include "qzimages/qzimages.hpp"
 
 namespace fs = std::filesystem;
@@ -167,29 +168,14 @@ int cmdTo8(std::string const& in, std::string const& out) {
   return 0;
 }
 
-// Resamples both dimensions, the one reduced more first, with one imresize
-// call each.
+// Resamples both dimensions with one imresize call each.
 ArrayPtr resize(ArrayPtr img, std::size_t outRows, std::size_t outCols, double sRows, double sCols,
                 qzfilters::Method method, bool antialias) {
-  auto d = qzhost::dimsOf(img.get());
-  struct Pass {
-    int dim;
-    std::size_t in, out;
-    double scale;
-  } passes[] = {{1, d[0], outRows, sRows}, {2, d[1], outCols, sCols}};
-  if (sCols < sRows) std::swap(passes[0], passes[1]);
-  for (auto const& p : passes) {
-    auto f = qzfilters::makeFilter(p.in, p.out, p.scale, method, antialias);
-    ArrayPtr w = qzhost::makeArray(ndclass::Double, {f.taps, f.outLength});
-    ArrayPtr x = qzhost::makeArray(ndclass::Double, {f.taps, f.outLength});
-    if (!f.weights.empty()) {
-      std::memcpy(ndGetData(w.get()), f.weights.data(), f.weights.size() * sizeof(double));
-      std::memcpy(ndGetData(x.get()), f.indices.data(), f.indices.size() * sizeof(double));
-    }
-    ArrayPtr dim = scalar(p.dim);
-    img = std::move(run(pximages::_imresize, 1, {img.get(), w.get(), x.get(), dim.get()})[0]);
-  }
-  return img;
+  qzcall::ResampleRequest r{outRows, outCols, sRows, sCols, method, antialias};
+  return qzcall::resample(img.get(), r, [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x,
+                                           ndArray_tag const* dim) {
+    return std::move(run(pximages::_imresize, 1, {a, w, x, dim})[0]);
+  });
 }
 
 int cmdResize(std::string const& in, double scale, std::string const& size, std::string const& methodName,

@@ -1,0 +1,85 @@
+#include "contract.hpp"
+
+#include "qzimages/qzimages.hpp"
+
+namespace qzcall {
+namespace {
+
+using Inputs = std::vector<ndArray_tag const*>;
+
+void requireRgb(char const* name, Inputs const& in) {
+  bool ok = in.size() == 1;
+  if (ok) {
+    in[0]->complete_opaque_dimensions();
+    std::size_t const* d = ndGetDimensions(in[0]);
+    ok = ndGetNumberOfDimensions(in[0]) == 3 && d[2] == 3 && !ndIsComplex(in[0]) && !ndIsSparse(in[0]);
+  }
+  if (!ok) throw ContractError(std::string(name) + " takes exactly one real M-by-N-by-3 array");
+}
+
+void rgb2grayContract(Inputs const& in) { requireRgb("rgb2gray", in); }
+void rgb2hsvContract(Inputs const& in) { requireRgb("rgb2hsv", in); }
+
+// When the arguments are otherwise of the kinds imresize accepts, every index
+// (truncated, as the built-in truncates it) must fall inside the resampled
+// dimension.
+void imresizeContract(Inputs const& in) {
+  if (in.size() != 4) return;
+  ndArray_tag const *a = in[0], *w = in[1], *x = in[2], *dim = in[3];
+  for (auto* p : in) p->complete_opaque_dimensions();
+  if (!ndIsNumeric(a) || ndIsSparse(a) || ndGetNumberOfDimensions(a) > 3) return;
+  if (ndGetClassID(x) != ndclass::Double || ndIsSparse(x)) return;
+  if (ndGetClassID(dim) != ndclass::Double || ndIsSparse(dim)) return;
+  if (ndGetClassID(w) != ndclass::Double || ndIsSparse(w) || ndGetNumberOfDimensions(w) != 2) return;
+  double d = ndGetScalar(dim);
+  bool alongRows = d >= 1 && d < 2;  // truncates to 1
+  std::size_t length = ndGetDimensions(a)[alongRows ? 0 : 1];
+  std::size_t n = ndGetNumberOfElements(x);
+  auto const* v = qzhost::dataOf<double>(x);
+  for (std::size_t i = 0; i < n; ++i)
+    if (!(v[i] >= 1 && v[i] < static_cast<double>(length) + 1))
+      throw ContractError("imresize: source index " + std::to_string(v[i]) + " is outside 1.." +
+                          std::to_string(length) + " (the length of the resampled dimension)");
+}
+
+struct Entry {
+  char const* name;
+  qzhost::Gateway fn;
+  void (*contract)(Inputs const&);
+};
+
+constexpr Entry kBuiltins[] = {
+    {"cq", pximages::_cq, nullptr},
+    {"grayto8", pximages::_grayto8, nullptr},
+    {"imresize", pximages::_imresize, imresizeContract},
+    {"ind2rgb8", pximages::_ind2rgb8, nullptr},
+    {"rgb2gray", pximages::_rgb2gray, rgb2grayContract},
+    {"rgb2hsv", pximages::_rgb2hsv, rgb2hsvContract},
+};
+
+}  // namespace
+
+qzhost::Gateway gatewayByName(std::string const& name) {
+  for (auto const& e : kBuiltins)
+    if (name == e.name) return e.fn;
+  return nullptr;
+}
+
+char const* nameOf(qzhost::Gateway fn) {
+  for (auto const& e : kBuiltins)
+    if (e.fn == fn) return e.name;
+  return nullptr;
+}
+
+std::vector<std::string> builtinNames() {
+  std::vector<std::string> out;
+  for (auto const& e : kBuiltins) out.emplace_back(e.name);
+  return out;
+}
+
+void checkContract(qzhost::Gateway fn, Inputs const& inputs) {
+  for (auto const& e : kBuiltins)
+    if (e.fn == fn && e.contract) e.contract(inputs);
+}
+
+}  // namespace qzcall

@@ -1,0 +1,30 @@
+#pragma once
+// Resampling an image in both dimensions with the imresize built-in: one
+// call per dimension, with weights and indices from the host-side filters.
+
+#include <cstddef>
+#include <functional>
+
+#include "filters.hpp"
+#include "qzhost/runtime.hpp"
+
+namespace qzcall {
+
+// Runs imresize on (image, weights, indices, dimension) and returns its
+// output; each host supplies its own, to report warnings and errors its way.
+using ImresizeRunner = std::function<qzhost::ArrayPtr(ndArray_tag const* image, ndArray_tag const* weights,
+                                                      ndArray_tag const* indices, ndArray_tag const* dim)>;
+
+struct ResampleRequest {
+  std::size_t rows = 0, cols = 0;           // output size
+  double rowScale = 1, colScale = 1;        // output over input length
+  qzfilters::Method method = qzfilters::Method::Bicubic;
+  bool antialias = true;
+};
+
+// The dimension reduced more is resampled first, so that the second pass
+// works on the smaller image.  Throws std::invalid_argument for an empty
+// image or output.
+qzhost::ArrayPtr resample(ndArray_tag const* image, ResampleRequest const& r, ImresizeRunner const& run);
+
+}  // namespace qzcall
