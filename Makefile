@@ -3,7 +3,7 @@
 #               twice: optimised, and under AddressSanitizer + UBSan.
 #   make demo   builds and runs the demo on the bundled sample photo.
 
-.PHONY: test test-release test-asan deps build demo clean
+.PHONY: test test-release test-asan deps build demo compare install clean
 
 deps:
 	@bash scripts/install-deps.sh
@@ -14,12 +14,31 @@ build: deps
 
 demo: deps
 	cmake --preset release
-	cmake --build --preset release --target qzimages_cli
+	cmake --build --preset release --target qzimages_cli qzimages_python
+	@bash scripts/link-python.sh build/release/python
 	./build/release/cli/qzimages demo -o demo-out
+
+# The Python module next to OpenCV, Pillow, scikit-image and NumPy; the table
+# goes to bench/results/compare.json.
+compare: deps
+	@bash scripts/install-deps.sh --compare
+	cmake --preset release
+	cmake --build --preset release --target qzimages_python
+	/usr/bin/python3 bench/compare.py $(COMPARE_ARGS)
+
+# Installs the libraries, the program, the headers and the Python package
+# under PREFIX (default /usr/local).
+PREFIX ?= /usr/local
+install: deps
+	cmake --preset release
+	cmake --build --preset release --target qzimages qzhost qzimages_cli qzimages_python
+	cmake --install build/release --prefix $(PREFIX)
+	-ldconfig
 
 test-release: deps
 	cmake --preset release
 	cmake --build --preset release
+	@bash scripts/link-python.sh build/release/python
 	ctest --preset release
 
 test-asan: deps

@@ -13,8 +13,15 @@ packages=(
   libcli11-dev                     # command-line parsing
   pkg-config
   python3-pytest python3-numpy python3-pil   # end-to-end tests of the command-line host
+  python3-dev python3-pybind11     # the Python module (pybind11 and the interpreter's headers)
+  python3-distributed python3-tqdm # the dask.distributed batch example and its progress bar
   libbenchmark-dev                 # Google Benchmark: bench/
 )
+
+# With --compare: the other tools that bench/compare.py measures us against.
+if [[ "${1:-}" == "--compare" ]]; then
+  packages+=(python3-opencv python3-skimage)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,0 +1,555 @@
+// qzimages._qzimages: the built-ins on NumPy arrays.
+//
+// Arrays cross into the host without a copy where their layout allows it:
+// an F-contiguous array is exactly a column-major host array, and a
+// C-contiguous H x W x 3 image is pixel-interleaved, which the colour-space
+// kernels read directly.  Every other layout is converted once.  Outputs are
+// host arrays handed to NumPy as they are: the NumPy array's base owns the
+// host array and releases it when the last view goes.
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "color/rgb2gray.hpp"
+#include "color/rgb2hsv.hpp"
+#include "contract.hpp"
+#include "filters.hpp"
+#include "qzhost/runtime.hpp"
+#include "qzimages/qzimages.hpp"
+#include "resample.hpp"
+
+namespace py = pybind11;
+using qzhost::ArrayPtr;
+
+namespace {
+
+// Set at import: qzimages.Error and qzimages.Warning.
+PyObject* gError = nullptr;
+PyObject* gWarning = nullptr;
+
+// A built-in raised; carried out of the GIL-free region and turned into
+// qzimages.Error there.
+struct BuiltinError {
+  std::string identifier, message;
+};
+
+[[noreturn]] void raiseBuiltinError(std::string const& identifier, std::string const& message) {
+  py::object err = py::reinterpret_borrow<py::object>(gError)(message);
+  err.attr("identifier") = identifier;
+  PyErr_SetObject(gError, err.ptr());
+  throw py::error_already_set();
+}
+
+void issueWarnings(std::vector<qzhost::Warning> const& warnings) {
+  for (auto const& w : warnings) {
+    py::object instance = py::reinterpret_borrow<py::object>(gWarning)(w.text);
+    instance.attr("identifier") = w.identifier;
+    // The functions are called straight from Python, so the innermost Python
+    // frame is the caller's.  Called from C there is no frame of warn()'s
+    // caller to skip, so that frame is level 0; a test checks the warning
+    // points at the caller's line.
+    py::module_::import("warnings").attr("warn")(instance, py::arg("stacklevel") = 0);
+  }
+}
+
+// ---- dtypes and classes -----------------------------------------------------------
+
+struct ClassOf {
+  ndClassID cls;
+  bool complex;
+};
+
+std::optional<ndClassID> integerClass(char kind, py::ssize_t size) {
+  if (kind == 'i') {
+    switch (size) {
+      case 1: return ndclass::Int8;
+      case 2: return ndclass::Int16;
+      case 4: return ndclass::Int32;
+      case 8: return ndclass::Int64;
+    }
+  } else if (kind == 'u') {
+    switch (size) {
+      case 1: return ndclass::UInt8;
+      case 2: return ndclass::UInt16;
+      case 4: return ndclass::UInt32;
+      case 8: return ndclass::UInt64;
+    }
+  }
+  return std::nullopt;
+}
+
+// A structured dtype of exactly two fields of one integer type, in order and
+// without padding, stands for a complex integer array.
+std::optional<ndClassID> complexIntegerClass(py::dtype const& dt) {
+  py::object names = dt.attr("names");
+  if (names.is_none() || py::len(names) != 2) return std::nullopt;
+  py::dict fields = dt.attr("fields");
+  py::tuple re = fields[names[py::int_(0)]], im = fields[names[py::int_(1)]];
+  py::dtype reType = re[0], imType = im[0];
+  if (!reType.is(imType) && !reType.equal(imType)) return std::nullopt;
+  if (re[1].cast<py::ssize_t>() != 0 || im[1].cast<py::ssize_t>() != reType.itemsize() ||
+      dt.itemsize() != 2 * reType.itemsize() || reType.attr("byteorder").cast<std::string>() == ">")
+    return std::nullopt;
+  return integerClass(reType.kind(), reType.itemsize());
+}
+
+std::string dtypeName(py::dtype const& dt) { return py::str(py::handle(dt)).cast<std::string>(); }
+
+std::optional<ClassOf> classOf(py::dtype const& dt) {
+  char kind = dt.kind();
+  py::ssize_t size = dt.itemsize();
+  if (kind == 'f' && size == 8) return ClassOf{ndclass::Double, false};
+  if (kind == 'f' && size == 4) return ClassOf{ndclass::Single, false};
+  if (kind == 'c' && size == 16) return ClassOf{ndclass::Double, true};
+  if (kind == 'c' && size == 8) return ClassOf{ndclass::Single, true};
+  if (kind == 'b') return ClassOf{ndclass::Logical, false};
+  if (auto c = integerClass(kind, size)) return ClassOf{*c, false};
+  if (kind == 'V')
+    if (auto c = complexIntegerClass(dt)) return ClassOf{*c, true};
+  return std::nullopt;
+}
+
+py::dtype dtypeOf(ndClassID cls, bool complex) {
+  char const* base = nullptr;
+  switch (cls) {
+    case ndclass::Double: base = complex ? "c16" : "f8"; break;
+    case ndclass::Single: base = complex ? "c8" : "f4"; break;
+    case ndclass::Logical: base = "?"; break;
+    case ndclass::Int8: base = "i1"; break;
+    case ndclass::UInt8: base = "u1"; break;
+    case ndclass::Int16: base = "i2"; break;
+    case ndclass::UInt16: base = "u2"; break;
+    case ndclass::Int32: base = "i4"; break;
+    case ndclass::UInt32: base = "u4"; break;
+    case ndclass::Int64: base = "i8"; break;
+    case ndclass::UInt64: base = "u8"; break;
+    default: throw std::runtime_error(std::string("a built-in returned an array of class ") +
+                                      qzhost::className(cls) + ", which NumPy cannot hold");
+  }
+  if (complex && cls != ndclass::Double && cls != ndclass::Single) {
+    py::list fields;
+    fields.append(py::make_tuple("re", std::string("=") + base));
+    fields.append(py::make_tuple("im", std::string("=") + base));
+    return py::dtype::from_args(fields);
+  }
+  return py::dtype(std::string("=") + base);
+}
+
+// ---- NumPy -> host ---------------------------------------------------------------
+
+// Any array-like as a NumPy array; Python objects that are not numbers
+// (strings, None, nested sequences of mixed things) stop here.
+py::array asArray(py::handle obj, char const* what) {
+  py::array a = py::module_::import("numpy").attr("asarray")(obj);
+  if (!classOf(a.dtype()))
+    throw py::type_error(std::string(what) + ": unsupported dtype " + dtypeName(a.dtype()) +
+                         " (expected bool, an integer, float32, float64, complex64 or complex128 type)");
+  return a;
+}
+
+// Conversions the host needed to make of its inputs, for tests that check
+// which layouts cross without a copy.
+std::size_t gInputCopies = 0;
+
+py::array nativeCopy(py::array const& a) {
+  if (a.dtype().attr("isnative").cast<bool>()) return a;
+  ++gInputCopies;
+  return a.attr("astype")(a.dtype().attr("newbyteorder")("="));
+}
+
+std::vector<std::size_t> hostDims(py::array const& a) {
+  std::vector<std::size_t> d(a.shape(), a.shape() + a.ndim());
+  if (d.empty()) return {1, 1};
+  if (d.size() == 1) return {1, d[0]};
+  return d;
+}
+
+void noRelease(void*) {}
+
+// The array as a host input: its own memory when it is F-contiguous, aligned
+// and in native byte order, otherwise a column-major copy.  `keep` holds the
+// NumPy array whose memory the host array borrows.
+ArrayPtr hostInput(py::array a, py::object& keep) {
+  a = nativeCopy(a);
+  ClassOf c = *classOf(a.dtype());
+  bool direct = (a.flags() & py::array::f_style) && (a.flags() & py::detail::npy_api::NPY_ARRAY_ALIGNED_);
+  if (!direct) {
+    ++gInputCopies;
+    a = py::module_::import("numpy").attr("asfortranarray")(a);
+  }
+  keep = a;
+  qzhost::ArraySpec spec{c.cls, hostDims(a), c.complex, qzhost::DimForm::Full};
+  return qzhost::wrapData(spec, const_cast<void*>(a.data()), noRelease, nullptr);
+}
+
+// ---- host -> NumPy ----------------------------------------------------------------
+
+py::array toNumpy(ArrayPtr out, bool cOrderView = false, std::vector<py::ssize_t> cShape = {}) {
+  ndArray_tag const* a = out.get();
+  auto dims = qzhost::dimsOf(a);
+  py::dtype dt = dtypeOf(ndGetClassID(a), ndIsComplex(a));
+  std::vector<py::ssize_t> shape(dims.begin(), dims.end()), strides(dims.size());
+  if (cOrderView) {
+    shape = std::move(cShape);
+    strides.assign(shape.size(), 0);
+    py::ssize_t s = dt.itemsize();
+    for (std::size_t i = shape.size(); i-- > 0;) {
+      strides[i] = s;
+      s *= shape[i];
+    }
+  } else {
+    py::ssize_t s = dt.itemsize();
+    for (std::size_t i = 0; i < shape.size(); ++i) {
+      strides[i] = s;
+      s *= shape[i];
+    }
+  }
+  void* data = ndGetData(a);
+  if (!data || ndGetNumberOfElements(a) == 0) return py::array(dt, shape, strides);
+  auto* holder = out.release();
+  py::capsule base(holder, [](void* p) { matrix::detail::ndDestroy_deleter{}(static_cast<ndArray_tag*>(p)); });
+  return py::array(dt, shape, strides, data, base);
+}
+
+// ---- calling ------------------------------------------------------------------------
+
+std::vector<ArrayPtr> invoke(qzhost::Gateway fn, int nargout, std::vector<ndArray_tag const*> const& inputs) {
+  try {
+    qzcall::checkContract(fn, inputs);
+  } catch (qzcall::ContractError const& e) {
+    throw py::value_error(e.what());
+  }
+  std::vector<ArrayPtr> slots(std::max(nargout, 2));
+  std::optional<BuiltinError> failed;
+  std::vector<qzhost::Warning> warnings;
+  {
+    py::gil_scoped_release nogil;
+    try {
+      qzhost::call(fn, nargout, slots.data(), static_cast<int>(inputs.size()), inputs.data());
+    } catch (qzhost::HostError const& e) {
+      failed = BuiltinError{e.identifier(), e.message()};
+    }
+    warnings = qzhost::takeWarnings();
+  }
+  issueWarnings(warnings);
+  if (failed) raiseBuiltinError(failed->identifier, failed->message);
+  return slots;
+}
+
+qzhost::Gateway builtin(char const* name) { return qzcall::gatewayByName(name); }
+
+struct Inputs {
+  std::vector<ArrayPtr> arrays;
+  std::vector<py::object> keep;
+  std::vector<ndArray_tag const*> raw() const {
+    std::vector<ndArray_tag const*> r;
+    for (auto const& a : arrays) r.push_back(a.get());
+    return r;
+  }
+  void add(py::array const& a) {
+    keep.emplace_back();
+    arrays.push_back(hostInput(a, keep.back()));
+  }
+  void addScalar(double v) {
+    ArrayPtr s = qzhost::makeArray(ndclass::Double, {1, 1});
+    qzhost::dataOf<double>(s.get())[0] = v;
+    arrays.push_back(std::move(s));
+  }
+};
+
+// An image argument: H x W x 3 (or H x W where allowed), real, numeric.
+py::array imageArg(py::handle obj, char const* fn, bool allowGray, bool allowBool) {
+  py::array a = asArray(obj, fn);
+  ClassOf c = *classOf(a.dtype());
+  if (c.complex) throw py::type_error(std::string(fn) + ": the image must be real, not " + dtypeName(a.dtype()));
+  if (c.cls == ndclass::Logical && !allowBool)
+    throw py::type_error(std::string(fn) + ": bool images are not supported; convert to uint8 first");
+  bool rgb = a.ndim() == 3 && a.shape(2) == 3;
+  if (!rgb && !(allowGray && a.ndim() == 2))
+    throw py::value_error(std::string(fn) + ": expected an H x W x 3 image" + (allowGray ? " or an H x W one" : "") +
+                          ", got shape " + py::str(py::tuple(a.attr("shape"))).cast<std::string>());
+  return a;
+}
+
+// ---- colour-space conversions ---------------------------------------------------------
+
+template <class T>
+void grayInterleaved(void const* in, std::size_t pixels, void* out) {
+  qz::launchRgb2Gray<T>(static_cast<T const*>(in), pixels, static_cast<T*>(out), false);
+}
+
+py::array rgb2gray(py::handle obj) {
+  py::array img = nativeCopy(imageArg(obj, "rgb2gray", false, false));
+  if (!(img.flags() & py::array::c_style) || (img.flags() & py::array::f_style)) {
+    Inputs in;
+    in.add(img);
+    return toNumpy(std::move(invoke(builtin("rgb2gray"), 1, in.raw())[0]));
+  }
+  // Pixel-interleaved: the kernel reads the NumPy buffer as it is and writes
+  // an H x W result in the same (row-major) order.
+  ClassOf c = *classOf(img.dtype());
+  py::ssize_t h = img.shape(0), w = img.shape(1);
+  ArrayPtr out = qzhost::makeArray(c.cls, {static_cast<std::size_t>(w), static_cast<std::size_t>(h)});
+  void const* src = img.data();
+  void* dst = ndGetData(out.get());
+  std::size_t pixels = static_cast<std::size_t>(h * w);
+  {
+    py::gil_scoped_release nogil;
+    switch (c.cls) {
+#define QZ_GRAY_CASE(T)                                                  \
+  case ndClassOf<T>::value: grayInterleaved<T>(src, pixels, dst); break;
+      QZ_FOR_EACH_NUMERIC_TYPE(QZ_GRAY_CASE)
+#undef QZ_GRAY_CASE
+    }
+  }
+  return toNumpy(std::move(out), true, {h, w});
+}
+
+py::array rgb2hsv(py::handle obj) {
+  py::array img = nativeCopy(imageArg(obj, "rgb2hsv", false, false));
+  if (!(img.flags() & py::array::c_style) || (img.flags() & py::array::f_style)) {
+    Inputs in;
+    in.add(img);
+    return toNumpy(std::move(invoke(builtin("rgb2hsv"), 1, in.raw())[0]));
+  }
+  ClassOf c = *classOf(img.dtype());
+  py::ssize_t h = img.shape(0), w = img.shape(1);
+  std::size_t pixels = static_cast<std::size_t>(h * w);
+  std::vector<std::size_t> dims{3, static_cast<std::size_t>(w), static_cast<std::size_t>(h)};
+  // Single in, single out; everything else gives double, zeros for the
+  // classes the conversion does not take, as the built-in does.
+  ArrayPtr out = qzhost::makeArray(c.cls == ndclass::Single ? ndclass::Single : ndclass::Double, dims);
+  void const* src = img.data();
+  void* dst = ndGetData(out.get());
+  {
+    py::gil_scoped_release nogil;
+    switch (c.cls) {
+      case ndclass::Double:
+        qz::launchRgb2Hsv(static_cast<double const*>(src), pixels, static_cast<double*>(dst), false);
+        break;
+      case ndclass::Single:
+        qz::launchRgb2Hsv(static_cast<float const*>(src), pixels, static_cast<float*>(dst), false);
+        break;
+      case ndclass::UInt8:
+        qz::launchRgb2Hsv(static_cast<std::uint8_t const*>(src), pixels, static_cast<double*>(dst), false);
+        break;
+      case ndclass::UInt16:
+        qz::launchRgb2Hsv(static_cast<std::uint16_t const*>(src), pixels, static_cast<double*>(dst), false);
+        break;
+      default:
+        break;
+    }
+  }
+  return toNumpy(std::move(out), true, {h, w, 3});
+}
+
+// ---- the other built-ins ------------------------------------------------------------
+
+py::array ind2rgb8(py::handle index, py::handle cmap) {
+  Inputs in;
+  in.add(asArray(index, "ind2rgb8 index"));
+  in.add(asArray(cmap, "ind2rgb8 cmap"));
+  return toNumpy(std::move(invoke(builtin("ind2rgb8"), 1, in.raw())[0]));
+}
+
+py::array grayto8(py::handle img) {
+  Inputs in;
+  in.add(asArray(img, "grayto8"));
+  return toNumpy(std::move(invoke(builtin("grayto8"), 1, in.raw())[0]));
+}
+
+double scalarArg(py::handle obj, char const* what) {
+  if (py::isinstance<py::bool_>(obj) || !(py::isinstance<py::int_>(obj) || py::isinstance<py::float_>(obj) ||
+                                          py::hasattr(obj, "__float__")))
+    throw py::type_error(std::string(what) + " must be a real number, not " +
+                         py::str(py::type::of(obj).attr("__name__")).cast<std::string>());
+  if (py::isinstance<py::array>(obj) && py::array(py::reinterpret_borrow<py::array>(obj)).size() != 1)
+    throw py::type_error(std::string(what) + " must be a single number");
+  return obj.cast<double>();
+}
+
+py::object cq(py::handle img, py::handle k, bool returnIndex) {
+  Inputs in;
+  in.add(imageArg(img, "cq", false, true));
+  in.addScalar(scalarArg(k, "cq: k"));
+  auto out = invoke(builtin("cq"), returnIndex ? 2 : 1, in.raw());
+  py::array map = toNumpy(std::move(out[0]));
+  if (!returnIndex) return std::move(map);
+  return py::make_tuple(map, toNumpy(std::move(out[1])));
+}
+
+py::array imresize(py::handle img, py::handle weights, py::handle indices, py::handle dim) {
+  Inputs in;
+  in.add(asArray(img, "imresize image"));
+  in.add(asArray(weights, "imresize weights"));
+  in.add(asArray(indices, "imresize indices"));
+  in.addScalar(scalarArg(dim, "imresize: dim"));
+  return toNumpy(std::move(invoke(builtin("imresize"), 1, in.raw())[0]));
+}
+
+// The longest side resize() makes: beyond it a typo in a scale would ask
+// for gigabytes.
+constexpr double kMaxSide = 1 << 16;
+
+py::array resize(py::handle obj, py::object scale, py::object size, std::string const& method, bool antialias) {
+  py::array img = asArray(obj, "resize");
+  if (classOf(img.dtype())->complex) throw py::type_error("resize: the image must be real, not " + dtypeName(img.dtype()));
+  if (img.ndim() != 2 && !(img.ndim() == 3 && img.shape(2) == 3))
+    throw py::value_error("resize: expected an H x W or H x W x 3 image, got shape " +
+                          py::str(py::tuple(img.attr("shape"))).cast<std::string>());
+  auto m = qzfilters::parseMethod(method);
+  if (!m) throw py::value_error("resize: unknown method '" + method +
+                                "' (nearest, bilinear, bicubic, lanczos2, lanczos3 or box)");
+  if (scale.is_none() == size.is_none()) throw py::type_error("resize: give exactly one of scale and size");
+  std::size_t rows = static_cast<std::size_t>(img.shape(0)), cols = static_cast<std::size_t>(img.shape(1));
+  if (rows == 0 || cols == 0) throw py::value_error("resize: the image is empty");
+  qzcall::ResampleRequest r;
+  r.method = *m;
+  r.antialias = antialias;
+  if (!scale.is_none()) {
+    double s = scalarArg(scale, "resize: scale");
+    if (!(s > 0) || !std::isfinite(s)) throw py::value_error("resize: scale must be a positive number");
+    r.rows = qzfilters::outputLength(rows, s);
+    r.cols = qzfilters::outputLength(cols, s);
+    r.rowScale = r.colScale = s;
+  } else {
+    py::sequence hw = py::reinterpret_borrow<py::sequence>(size);
+    if (!py::isinstance<py::sequence>(size) || py::len(hw) != 2)
+      throw py::type_error("resize: size must be a pair (height, width)");
+    for (int i = 0; i < 2; ++i)
+      if (!py::isinstance<py::int_>(hw[i]) || hw[i].cast<long long>() < 1)
+        throw py::value_error("resize: size must hold two positive integers");
+    r.rows = hw[0].cast<std::size_t>();
+    r.cols = hw[1].cast<std::size_t>();
+    r.rowScale = double(r.rows) / double(rows);
+    r.colScale = double(r.cols) / double(cols);
+  }
+  if (double(r.rows) > kMaxSide || double(r.cols) > kMaxSide)
+    throw py::value_error("resize: the result would be larger than 65536 pixels on a side");
+  Inputs in;
+  in.add(img);
+  ArrayPtr out = qzcall::resample(in.arrays[0].get(), r,
+                                  [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x,
+                                     ndArray_tag const* dim) {
+                                    return std::move(invoke(pximages::_imresize, 1, {a, w, x, dim})[0]);
+                                  });
+  return toNumpy(std::move(out));
+}
+
+py::object call(std::string const& name, py::args arrays, int nargout) {
+  qzhost::Gateway fn = qzcall::gatewayByName(name);
+  if (!fn) throw py::value_error("unknown built-in '" + name + "' (one of: cq, grayto8, imresize, ind2rgb8, rgb2gray, rgb2hsv)");
+  if (nargout < 0 || nargout > 64) throw py::value_error("nargout must be between 0 and 64");
+  Inputs in;
+  for (std::size_t i = 0; i < arrays.size(); ++i) {
+    std::string what = name + " input " + std::to_string(i + 1);
+    in.add(asArray(arrays[i], what.c_str()));
+  }
+  auto out = invoke(fn, nargout, in.raw());
+  if (nargout <= 1) return toNumpy(std::move(out[0]));
+  py::tuple result(nargout);
+  for (int k = 0; k < nargout; ++k)
+    result[k] = out[k] ? py::object(toNumpy(std::move(out[k]))) : py::object(py::none());
+  return std::move(result);
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_qzimages, m) {
+  m.doc() = "The libqzimages built-ins on NumPy arrays.";
+  PXInitialize_libqzimages();
+  // Warnings reach Python through the warnings module, not stderr.
+  qzhost::setWarningEcho(false);
+
+  gError = PyErr_NewExceptionWithDoc("qzimages.Error",
+                                     "A built-in refused its arguments. .identifier is the message identifier "
+                                     "(catalog and key, e.g. 'ORRERY:images:cq:tooManyColors'); the message is the "
+                                     "catalog's text.",
+                                     PyExc_ValueError, nullptr);
+  gWarning = PyErr_NewExceptionWithDoc("qzimages.Warning",
+                                       "A warning issued by a built-in; .identifier is its message identifier.",
+                                       PyExc_UserWarning, nullptr);
+  m.add_object("Error", py::reinterpret_borrow<py::object>(gError));
+  m.add_object("Warning", py::reinterpret_borrow<py::object>(gWarning));
+
+  m.def("_input_copies", [] { return gInputCopies; },
+        "How many input conversions (layout or byte order) the module has made so far; for tests.");
+
+  m.def("rgb2gray", &rgb2gray, py::arg("img"), R"doc(
+Weighted luminance 0.298936021293776 R + 0.587043074451121 G + 0.114020904255103 B.
+
+img: an H x W x 3 array of any real numeric dtype (bool and complex are refused).
+Returns an H x W array of the same dtype: floating results are clamped to [0, 1]
+(NaN gives 0); integer results are rounded half away from zero and saturated.
+A C-contiguous image is read in place, pixel-interleaved, and the result is
+C-ordered; any other layout goes through the built-in and comes back F-ordered.
+)doc");
+  m.def("rgb2hsv", &rgb2hsv, py::arg("img"), R"doc(
+Hue, saturation and value, each in [0, 1] for in-range input.
+
+img: an H x W x 3 array. float32 gives float32; uint8 (scaled by 255), uint16
+(by 65535) and float64 give float64; any other integer dtype gives zeros, as the
+built-in does. A pixel with a NaN channel gets a NaN (or carried) hue.
+Returns an H x W x 3 array, C-ordered for C-contiguous input, F-ordered otherwise.
+)doc");
+  m.def("ind2rgb8", &ind2rgb8, py::arg("index"), py::arg("cmap"), R"doc(
+An indexed image through a colour map, as 8-bit RGB.
+
+index: an H x W array, float64 (1-based, rounded) or uint8/uint16/uint32 (0-based);
+indices outside the map are clamped to its first or last row.
+cmap: a K x 3 float64 map with values in [0, 1] (NaN and negatives give 0, values
+above 1 give 255).
+Returns an H x W x 3 uint8 array (F-ordered).
+Raises qzimages.Error for a bad index type, map type or map size.
+)doc");
+  m.def("grayto8", &grayto8, py::arg("img"), R"doc(
+A float64, float32 (values in [0, 1]) or uint16 grayscale image as uint8.
+
+Complex input warns (qzimages.Warning) and converts the real part.
+Returns a uint8 array of the same shape (F-ordered).
+)doc");
+  m.def("cq", &cq, py::arg("img"), py::arg("k"), py::arg("return_index") = true, R"doc(
+Colour quantisation of an H x W x 3 uint8 image to at most k colours.
+
+k: a number from 0 to 65536 (fractions are truncated).
+Returns (cmap, index): cmap is a K' x 3 uint8 colour map (K' <= k), index the
+H x W 0-based index image, uint8 when K' <= 256 and uint16 otherwise.
+With return_index=False only cmap is returned. To look the index up again with
+ind2rgb8, pass cmap / 255.0 and the index as it is.
+)doc");
+  m.def("imresize", &imresize, py::arg("img"), py::arg("weights"), py::arg("indices"), py::arg("dim"), R"doc(
+The imresize built-in as it is: resamples img along dimension dim (1: rows,
+otherwise columns; a number) with T x L float64 weights and 1-based float64 source
+indices.
+Every index must lie inside the image (ValueError otherwise).
+Returns an array of img's dtype (uint8 for bool) with L rows or columns (F-ordered).
+)doc");
+  m.def("resize", &resize, py::arg("img"), py::arg("scale") = py::none(), py::arg("size") = py::none(),
+        py::arg("method") = "bicubic", py::arg("antialias") = true, R"doc(
+Resamples an H x W or H x W x 3 image in both dimensions.
+
+Give either scale (a positive number; the output is ceil(H*scale) x ceil(W*scale))
+or size=(height, width). method: nearest, bilinear, bicubic, lanczos2, lanczos3
+or box. With antialias (the default) the kernel is widened when shrinking.
+The filters are computed on the host side and the imresize built-in runs once
+per dimension, the one reduced more first.
+Returns an array of img's dtype (uint8 for bool), F-ordered.
+)doc");
+  m.def("call", &call, py::arg("name"), py::arg("nargout") = 1, R"doc(
+Calls any built-in (cq, grayto8, imresize, ind2rgb8, rgb2gray, rgb2hsv) on any arrays.
+
+Each positional argument becomes one host input: float64/float32, the integer
+dtypes, bool, complex128/complex64, or a structured dtype of two fields of one
+integer type (a complex integer array). Shape () is 1 x 1 and (n,) is 1 x n.
+nargout is the number of outputs asked for (0 to 64). Returns the first output
+when nargout <= 1, otherwise a tuple of nargout entries (None for a slot the
+built-in left empty). Outputs are F-ordered.
+)doc");
+}
