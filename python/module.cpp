@@ -69,17 +69,25 @@ struct ClassOf {
 std::optional<ndClassID> integerClass(char kind, py::ssize_t size) {
   if (kind == 'i') {
     switch (size) {
-      case 1: return ndclass::Int8;
-      case 2: return ndclass::Int16;
-      case 4: return ndclass::Int32;
-      case 8: return ndclass::Int64;
+      case 1:
+        return ndclass::Int8;
+      case 2:
+        return ndclass::Int16;
+      case 4:
+        return ndclass::Int32;
+      case 8:
+        return ndclass::Int64;
     }
   } else if (kind == 'u') {
     switch (size) {
-      case 1: return ndclass::UInt8;
-      case 2: return ndclass::UInt16;
-      case 4: return ndclass::UInt32;
-      case 8: return ndclass::UInt64;
+      case 1:
+        return ndclass::UInt8;
+      case 2:
+        return ndclass::UInt16;
+      case 4:
+        return ndclass::UInt32;
+      case 8:
+        return ndclass::UInt64;
     }
   }
   return std::nullopt;
@@ -119,19 +127,42 @@ std::optional<ClassOf> classOf(py::dtype const& dt) {
 py::dtype dtypeOf(ndClassID cls, bool complex) {
   char const* base = nullptr;
   switch (cls) {
-    case ndclass::Double: base = complex ? "c16" : "f8"; break;
-    case ndclass::Single: base = complex ? "c8" : "f4"; break;
-    case ndclass::Logical: base = "?"; break;
-    case ndclass::Int8: base = "i1"; break;
-    case ndclass::UInt8: base = "u1"; break;
-    case ndclass::Int16: base = "i2"; break;
-    case ndclass::UInt16: base = "u2"; break;
-    case ndclass::Int32: base = "i4"; break;
-    case ndclass::UInt32: base = "u4"; break;
-    case ndclass::Int64: base = "i8"; break;
-    case ndclass::UInt64: base = "u8"; break;
-    default: throw std::runtime_error(std::string("a built-in returned an array of class ") +
-                                      qzhost::className(cls) + ", which NumPy cannot hold");
+    case ndclass::Double:
+      base = complex ? "c16" : "f8";
+      break;
+    case ndclass::Single:
+      base = complex ? "c8" : "f4";
+      break;
+    case ndclass::Logical:
+      base = "?";
+      break;
+    case ndclass::Int8:
+      base = "i1";
+      break;
+    case ndclass::UInt8:
+      base = "u1";
+      break;
+    case ndclass::Int16:
+      base = "i2";
+      break;
+    case ndclass::UInt16:
+      base = "u2";
+      break;
+    case ndclass::Int32:
+      base = "i4";
+      break;
+    case ndclass::UInt32:
+      base = "u4";
+      break;
+    case ndclass::Int64:
+      base = "i8";
+      break;
+    case ndclass::UInt64:
+      base = "u8";
+      break;
+    default:
+      throw std::runtime_error(std::string("a built-in returned an array of class ") + qzhost::className(cls) +
+                               ", which NumPy cannot hold");
   }
   if (complex && cls != ndclass::Double && cls != ndclass::Single) {
     py::list fields;
@@ -285,69 +316,73 @@ void grayInterleaved(void const* in, std::size_t pixels, void* out) {
   qz::launchRgb2Gray<T>(static_cast<T const*>(in), pixels, static_cast<T*>(out), false);
 }
 
-py::array rgb2gray(py::handle obj) {
-  py::array img = nativeCopy(imageArg(obj, "rgb2gray", false, false));
+// A colour-space conversion: a pixel-interleaved image (C-ordered, and not
+// also F-ordered) goes to `interleaved` with its class and size, anything
+// else through the built-in.
+template <class Interleaved>
+py::array colourSpace(py::handle obj, char const* name, Interleaved interleaved) {
+  py::array img = nativeCopy(imageArg(obj, name, false, false));
   if (!(img.flags() & py::array::c_style) || (img.flags() & py::array::f_style)) {
     Inputs in;
     in.add(img);
-    return toNumpy(std::move(invoke(builtin("rgb2gray"), 1, in.raw())[0]));
+    return toNumpy(std::move(invoke(builtin(name), 1, in.raw())[0]));
   }
-  // Pixel-interleaved: the kernel reads the NumPy buffer as it is and writes
-  // an H x W result in the same (row-major) order.
-  ClassOf c = *classOf(img.dtype());
-  py::ssize_t h = img.shape(0), w = img.shape(1);
-  ArrayPtr out = qzhost::makeArray(c.cls, {static_cast<std::size_t>(w), static_cast<std::size_t>(h)});
-  void const* src = img.data();
-  void* dst = ndGetData(out.get());
-  std::size_t pixels = static_cast<std::size_t>(h * w);
-  {
-    py::gil_scoped_release nogil;
-    switch (c.cls) {
-#define QZ_GRAY_CASE(T)                                                  \
-  case ndClassOf<T>::value: grayInterleaved<T>(src, pixels, dst); break;
-      QZ_FOR_EACH_NUMERIC_TYPE(QZ_GRAY_CASE)
+  return interleaved(img, *classOf(img.dtype()), img.shape(0), img.shape(1));
+}
+
+py::array rgb2gray(py::handle obj) {
+  return colourSpace(obj, "rgb2gray", [](py::array const& img, ClassOf c, py::ssize_t h, py::ssize_t w) {
+    // The kernel reads the NumPy buffer as it is and writes an H x W result in
+    // the same (row-major) order.
+    ArrayPtr out = qzhost::makeArray(c.cls, {static_cast<std::size_t>(w), static_cast<std::size_t>(h)});
+    void const* src = img.data();
+    void* dst = ndGetData(out.get());
+    std::size_t pixels = static_cast<std::size_t>(h * w);
+    {
+      py::gil_scoped_release nogil;
+      switch (c.cls) {
+#define QZ_GRAY_CASE(T)                   \
+  case ndClassOf<T>::value:               \
+    grayInterleaved<T>(src, pixels, dst); \
+    break;
+        QZ_FOR_EACH_NUMERIC_TYPE(QZ_GRAY_CASE)
 #undef QZ_GRAY_CASE
+      }
     }
-  }
-  return toNumpy(std::move(out), true, {h, w});
+    return toNumpy(std::move(out), true, {h, w});
+  });
 }
 
 py::array rgb2hsv(py::handle obj) {
-  py::array img = nativeCopy(imageArg(obj, "rgb2hsv", false, false));
-  if (!(img.flags() & py::array::c_style) || (img.flags() & py::array::f_style)) {
-    Inputs in;
-    in.add(img);
-    return toNumpy(std::move(invoke(builtin("rgb2hsv"), 1, in.raw())[0]));
-  }
-  ClassOf c = *classOf(img.dtype());
-  py::ssize_t h = img.shape(0), w = img.shape(1);
-  std::size_t pixels = static_cast<std::size_t>(h * w);
-  std::vector<std::size_t> dims{3, static_cast<std::size_t>(w), static_cast<std::size_t>(h)};
-  // Single in, single out; everything else gives double, zeros for the
-  // classes the conversion does not take, as the built-in does.
-  ArrayPtr out = qzhost::makeArray(c.cls == ndclass::Single ? ndclass::Single : ndclass::Double, dims);
-  void const* src = img.data();
-  void* dst = ndGetData(out.get());
-  {
-    py::gil_scoped_release nogil;
-    switch (c.cls) {
-      case ndclass::Double:
-        qz::launchRgb2Hsv(static_cast<double const*>(src), pixels, static_cast<double*>(dst), false);
-        break;
-      case ndclass::Single:
-        qz::launchRgb2Hsv(static_cast<float const*>(src), pixels, static_cast<float*>(dst), false);
-        break;
-      case ndclass::UInt8:
-        qz::launchRgb2Hsv(static_cast<std::uint8_t const*>(src), pixels, static_cast<double*>(dst), false);
-        break;
-      case ndclass::UInt16:
-        qz::launchRgb2Hsv(static_cast<std::uint16_t const*>(src), pixels, static_cast<double*>(dst), false);
-        break;
-      default:
-        break;
+  return colourSpace(obj, "rgb2hsv", [](py::array const& img, ClassOf c, py::ssize_t h, py::ssize_t w) {
+    std::size_t pixels = static_cast<std::size_t>(h * w);
+    std::vector<std::size_t> dims{3, static_cast<std::size_t>(w), static_cast<std::size_t>(h)};
+    // Single in, single out; everything else gives double, zeros for the
+    // classes the conversion does not take, as the built-in does.
+    ArrayPtr out = qzhost::makeArray(c.cls == ndclass::Single ? ndclass::Single : ndclass::Double, dims);
+    void const* src = img.data();
+    void* dst = ndGetData(out.get());
+    {
+      py::gil_scoped_release nogil;
+      switch (c.cls) {
+        case ndclass::Double:
+          qz::launchRgb2Hsv(static_cast<double const*>(src), pixels, static_cast<double*>(dst), false);
+          break;
+        case ndclass::Single:
+          qz::launchRgb2Hsv(static_cast<float const*>(src), pixels, static_cast<float*>(dst), false);
+          break;
+        case ndclass::UInt8:
+          qz::launchRgb2Hsv(static_cast<std::uint8_t const*>(src), pixels, static_cast<double*>(dst), false);
+          break;
+        case ndclass::UInt16:
+          qz::launchRgb2Hsv(static_cast<std::uint16_t const*>(src), pixels, static_cast<double*>(dst), false);
+          break;
+        default:
+          break;
+      }
     }
-  }
-  return toNumpy(std::move(out), true, {h, w, 3});
+    return toNumpy(std::move(out), true, {h, w, 3});
+  });
 }
 
 // ---- the other built-ins ------------------------------------------------------------
@@ -366,8 +401,8 @@ py::array grayto8(py::handle img) {
 }
 
 double scalarArg(py::handle obj, char const* what) {
-  if (py::isinstance<py::bool_>(obj) || !(py::isinstance<py::int_>(obj) || py::isinstance<py::float_>(obj) ||
-                                          py::hasattr(obj, "__float__")))
+  if (py::isinstance<py::bool_>(obj) ||
+      !(py::isinstance<py::int_>(obj) || py::isinstance<py::float_>(obj) || py::hasattr(obj, "__float__")))
     throw py::type_error(std::string(what) + " must be a real number, not " +
                          py::str(py::type::of(obj).attr("__name__")).cast<std::string>());
   if (py::isinstance<py::array>(obj) && py::array(py::reinterpret_borrow<py::array>(obj)).size() != 1)
@@ -400,13 +435,15 @@ constexpr double kMaxSide = 1 << 16;
 
 py::array resize(py::handle obj, py::object scale, py::object size, std::string const& method, bool antialias) {
   py::array img = asArray(obj, "resize");
-  if (classOf(img.dtype())->complex) throw py::type_error("resize: the image must be real, not " + dtypeName(img.dtype()));
+  if (classOf(img.dtype())->complex)
+    throw py::type_error("resize: the image must be real, not " + dtypeName(img.dtype()));
   if (img.ndim() != 2 && !(img.ndim() == 3 && img.shape(2) == 3))
     throw py::value_error("resize: expected an H x W or H x W x 3 image, got shape " +
                           py::str(py::tuple(img.attr("shape"))).cast<std::string>());
   auto m = qzfilters::parseMethod(method);
-  if (!m) throw py::value_error("resize: unknown method '" + method +
-                                "' (nearest, bilinear, bicubic, lanczos2, lanczos3 or box)");
+  if (!m)
+    throw py::value_error("resize: unknown method '" + method +
+                          "' (nearest, bilinear, bicubic, lanczos2, lanczos3 or box)");
   if (scale.is_none() == size.is_none()) throw py::type_error("resize: give exactly one of scale and size");
   std::size_t rows = static_cast<std::size_t>(img.shape(0)), cols = static_cast<std::size_t>(img.shape(1));
   if (rows == 0 || cols == 0) throw py::value_error("resize: the image is empty");
@@ -435,17 +472,19 @@ py::array resize(py::handle obj, py::object scale, py::object size, std::string 
     throw py::value_error("resize: the result would be larger than 65536 pixels on a side");
   Inputs in;
   in.add(img);
-  ArrayPtr out = qzcall::resample(in.arrays[0].get(), r,
-                                  [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x,
-                                     ndArray_tag const* dim) {
-                                    return std::move(invoke(pximages::_imresize, 1, {a, w, x, dim})[0]);
-                                  });
+  ArrayPtr out =
+      qzcall::resample(in.arrays[0].get(), r,
+                       [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x, ndArray_tag const* dim) {
+                         return std::move(invoke(pximages::_imresize, 1, {a, w, x, dim})[0]);
+                       });
   return toNumpy(std::move(out));
 }
 
 py::object call(std::string const& name, py::args arrays, int nargout) {
   qzhost::Gateway fn = qzcall::gatewayByName(name);
-  if (!fn) throw py::value_error("unknown built-in '" + name + "' (one of: cq, grayto8, imresize, ind2rgb8, rgb2gray, rgb2hsv)");
+  if (!fn)
+    throw py::value_error("unknown built-in '" + name +
+                          "' (one of: cq, grayto8, imresize, ind2rgb8, rgb2gray, rgb2hsv)");
   if (nargout < 0 || nargout > 64) throw py::value_error("nargout must be between 0 and 64");
   Inputs in;
   for (std::size_t i = 0; i < arrays.size(); ++i) {
@@ -479,8 +518,9 @@ PYBIND11_MODULE(_qzimages, m) {
   m.add_object("Error", py::reinterpret_borrow<py::object>(gError));
   m.add_object("Warning", py::reinterpret_borrow<py::object>(gWarning));
 
-  m.def("_input_copies", [] { return gInputCopies; },
-        "How many input conversions (layout or byte order) the module has made so far; for tests.");
+  m.def(
+      "_input_copies", [] { return gInputCopies; },
+      "How many input conversions (layout or byte order) the module has made so far; for tests.");
 
   m.def("rgb2gray", &rgb2gray, py::arg("img"), R"doc(
 Weighted luminance 0.298936021293776 R + 0.587043074451121 G + 0.114020904255103 B.
