@@ -2,8 +2,11 @@
 #   make test   installs what is missing, then builds and runs the whole suite
 #               twice: optimised, and under AddressSanitizer + UBSan.
 #   make demo   builds and runs the demo on the bundled sample photo.
+# And the benchmarks:
+#   make bench  builds the optimised benchmark program and runs it; options
+#               for it go in BENCH_ARGS, e.g. BENCH_ARGS=--benchmark_filter=cq
 
-.PHONY: test test-release test-asan deps build demo compare install clean
+.PHONY: test test-release test-asan deps build demo bench compare install clean
 
 deps:
 	@bash scripts/install-deps.sh
@@ -34,6 +37,11 @@ install: deps
 	cmake --build --preset release --target qzimages qzhost qzimages_cli qzimages_python
 	cmake --install build/release --prefix $(PREFIX)
 	-ldconfig
+
+bench: deps
+	cmake --preset release
+	cmake --build --preset release --target qz_bench
+	./build/release/bench/qzimages_bench $(BENCH_ARGS)
 
 test-release: deps
 	cmake --preset release
