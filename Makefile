@@ -2,11 +2,12 @@
 #   make test   installs what is missing, then builds and runs the whole suite
 #               twice: optimised, and under AddressSanitizer + UBSan.
 #   make demo   builds and runs the demo on the bundled sample photo.
+#   make tsan   builds and runs the suite under ThreadSanitizer.
 # And the benchmarks:
 #   make bench  builds the optimised benchmark program and runs it; options
 #               for it go in BENCH_ARGS, e.g. BENCH_ARGS=--benchmark_filter=cq
 
-.PHONY: test test-release test-asan deps build demo bench compare install clean
+.PHONY: test test-release test-asan tsan deps build demo bench compare install clean
 
 deps:
 	@bash scripts/install-deps.sh
@@ -55,6 +56,14 @@ test-asan: deps
 	ctest --preset asan
 
 test: test-release test-asan
+
+# The suite under ThreadSanitizer, against a oneTBB built with it from
+# Debian's source (once; see scripts/build-tsan-tbb.sh for why).
+tsan: deps
+	@bash scripts/build-tsan-tbb.sh build/tsan-tbb
+	cmake --preset tsan
+	cmake --build --preset tsan
+	ctest --preset tsan
 
 clean:
 	rm -rf build

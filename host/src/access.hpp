@@ -21,4 +21,8 @@ void noteContractViolation(char const* what);
 // Counters shared between the array and allocator sources.
 extern std::atomic<std::size_t> gLiveArrays;
 
+// Counts one allocation or array creation for the failure-injection hook on
+// this thread; true when it is the one the hook was armed to fail.
+bool injectFailureHere();
+
 }  // namespace qzhost::detail

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <unordered_map>
 
 #include "access.hpp"
@@ -28,10 +29,24 @@ Registry& registry() {
 thread_local std::uint64_t tCurrentScope = 0;
 std::atomic<std::size_t> gViolations{0};
 
+// The failure-injection hook of this thread (see runtime.hpp).
+struct FailureInjection {
+  bool armed = false;
+  std::size_t failAt = 0;
+  std::size_t counted = 0;
+};
+thread_local FailureInjection tInjection;
+
 void* track(void* p) {
   auto& r = registry();
-  std::lock_guard<std::mutex> lock(r.mutex);
-  r.blocks.emplace(p, tCurrentScope);
+  try {
+    std::lock_guard<std::mutex> lock(r.mutex);
+    r.blocks.emplace(p, tCurrentScope);
+  } catch (std::bad_alloc const&) {
+    // No room to record the block: give it back rather than lose it.
+    std::free(p);
+    qzhost::raise("outOfMemory");
+  }
   return p;
 }
 
@@ -40,6 +55,11 @@ void* track(void* p) {
 void noteContractViolation(char const* what) {
   gViolations.fetch_add(1);
   std::fprintf(stderr, "qzhost: interface misuse: %s\n", what);
+}
+
+bool injectFailureHere() {
+  if (!tInjection.armed) return false;
+  return ++tInjection.counted == tInjection.failAt;
 }
 
 CallScope::CallScope() : previous_(tCurrentScope) {
@@ -79,9 +99,12 @@ void checkSize(std::size_t bytes) {
 }
 }  // namespace
 
+// An injected failure takes the path of a null result from the system
+// allocator, so a test sees exactly what a real shortage would produce.
 void* ndMalloc(std::size_t bytes) {
   checkSize(bytes);
-  void* p = std::malloc(bytes ? bytes : 1);  // a zero-byte request still gets its own block
+  // A zero-byte request still gets a block of its own.
+  void* p = qzhost::detail::injectFailureHere() ? nullptr : std::malloc(bytes ? bytes : 1);
   if (!p) qzhost::raise("outOfMemory");
   return track(p);
 }
@@ -90,7 +113,7 @@ void* ndCalloc(std::size_t count, std::size_t size) {
   std::size_t bytes;
   if (__builtin_mul_overflow(count, size, &bytes)) qzhost::raise("outOfMemory");
   checkSize(bytes);
-  void* p = std::calloc(bytes ? bytes : 1, 1);
+  void* p = qzhost::detail::injectFailureHere() ? nullptr : std::calloc(bytes ? bytes : 1, 1);
   if (!p) qzhost::raise("outOfMemory");
   return track(p);
 }
@@ -118,5 +141,11 @@ std::size_t liveBlocks() {
 }
 
 std::size_t contractViolations() { return detail::gViolations.load(); }
+
+void armAllocationFailure(std::size_t failAt) { detail::tInjection = {true, failAt, 0}; }
+
+void disarmAllocationFailure() { detail::tInjection.armed = false; }
+
+std::size_t allocationsCounted() { return detail::tInjection.counted; }
 
 }  // namespace qzhost

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <new>
 
 #include "access.hpp"
 #include "qzhost/runtime.hpp"
@@ -50,19 +51,33 @@ std::size_t dataBytes(std::vector<std::size_t> const& dims, ndClassID cls, bool 
   return bytes;
 }
 
-void* allocateData(std::size_t bytes, bool zero) {
-  if (bytes == 0) return nullptr;
-  void* p = zero ? std::calloc(bytes, 1) : std::malloc(bytes);
+// An injected failure takes the path of a null result from the system
+// allocator, even for an empty array (whose header is still allocated).
+void* allocateData(std::size_t bytes, bool zero, bool injectedFailure = false) {
+  if (bytes == 0 && !injectedFailure) return nullptr;
+  void* p = injectedFailure ? nullptr : zero ? std::calloc(bytes, 1) : std::malloc(bytes);
   if (!p) qzhost::raise("outOfMemory");
   return p;
 }
 
+// Arrays a built-in creates count for the failure-injection hook; the ones
+// a host makes for itself do not.
+enum class Creator { Host, Library };
+
 qzhost::ArrayPtr newArray(ndClassID cls, std::vector<std::size_t> dims, bool complex, qzhost::DimForm form,
-                          bool zero) {
+                          bool zero, Creator creator = Creator::Host) {
   std::size_t bytes = dataBytes(dims, cls, complex);
   if (form == qzhost::DimForm::Compact && dims.size() != 2) qzhost::raise("badCompactForm");
-  void* data = allocateData(bytes, zero);
-  ndArray_tag* raw = ArrayAccess::make();
+  void* data = allocateData(bytes, zero, creator == Creator::Library && qzhost::detail::injectFailureHere());
+  ndArray_tag* raw = nullptr;
+  try {
+    raw = ArrayAccess::make();
+  } catch (std::bad_alloc const&) {
+    // Report the header like the data, as the host's error, and do not lose
+    // the data already taken.
+    std::free(data);
+    qzhost::raise("outOfMemory");
+  }
   auto& a = ArrayAccess::of(raw);
   qzhost::detail::gLiveArrays.fetch_add(1);
   qzhost::ArrayPtr handle(raw);
@@ -226,7 +241,8 @@ ArrayHandle create(cppcompat::detail::span::span<const std::size_t> dims, ndClas
                    bool zero) {
   if (cls != ndclass::Logical && cls != ndclass::Char && !ndclass::isNumeric(cls))
     qzhost::raise("cannotCreateClass");
-  return newArray(cls, normalise(dims.begin(), dims.end()), cx == ndCOMPLEX, qzhost::DimForm::Full, zero);
+  return newArray(cls, normalise(dims.begin(), dims.end()), cx == ndCOMPLEX, qzhost::DimForm::Full, zero,
+                  Creator::Library);
 }
 }  // namespace
 

@@ -101,7 +101,7 @@ TEST_F(CallTest, ConcurrentFailuresReclaimOnlyTheirOwnBlocks) {
   // One thread keeps a block taken in a successful call while another fails
   // repeatedly; the failing calls must not free the survivor's block.
   std::atomic<bool> stop{false};
-  void* survivor = nullptr;
+  std::atomic<void*> survivor{nullptr};  // published by the keeper, polled here
   std::thread keeper([&] {
     void* p = nullptr;
     auto grab = [](int, qzhost::ArrayPtr*, int, ndArray_tag const**) {};
@@ -121,7 +121,7 @@ TEST_F(CallTest, ConcurrentFailuresReclaimOnlyTheirOwnBlocks) {
   EXPECT_EQ(qzhost::liveBlocks(), blocks);
   stop = true;
   keeper.join();
-  ndFree(survivor);
+  ndFree(survivor.load());
 }
 
 TEST_F(CallTest, WarningsAreRecordedForTheCallingHostAndEchoedUnlessSilenced) {

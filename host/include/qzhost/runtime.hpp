@@ -135,4 +135,21 @@ QZHOST_API std::string messageText(std::string const& catalog, std::string const
 // host with a deferred error path would.  Per thread.
 QZHOST_API void setLegacyErrorReturns(bool on);
 
+// Failure injection, per thread.  Once armed, the host counts the
+// allocations (ndMalloc, ndCalloc) and array creations
+// (matrix::detail::do_create_numeric, do_create_uninitnumeric) made on the
+// calling thread, and the failAt-th of them, counted from the arming, fails
+// exactly as a real shortage of memory does: the host error
+// "qzhost:outOfMemory", raised where the allocator's null result would
+// raise it.  Only that one fails; failAt 0 only counts.  A request refused
+// for its size is refused before it reaches the allocator and is not
+// counted.  Other threads, a kernel's worker threads included, are neither
+// counted nor failed, so tests on different threads do not disturb each
+// other.
+QZHOST_API void armAllocationFailure(std::size_t failAt);
+// Stops counting and failing on this thread; the count stays readable.
+QZHOST_API void disarmAllocationFailure();
+// Allocations and creations counted on this thread since the last arming.
+QZHOST_API std::size_t allocationsCounted();
+
 }  // namespace qzhost
