@@ -1,6 +1,8 @@
 #include "image_io.hpp"
 
 #include <jpeglib.h>
+// After jpeglib.h, which it needs.
+#include <jerror.h>
 #include <spng.h>
 
 #include <csetjmp>
@@ -42,6 +44,14 @@ qzhost::ArrayPtr toPlanar(T const* rows, std::size_t height, std::size_t width, 
   return a;
 }
 
+// Refuses an image larger than the limits allow, naming its size.
+void checkSize(std::string const& path, char const* format, std::size_t w, std::size_t h, ReadLimits const& limits) {
+  if (w > limits.maxSide || h > limits.maxSide || w * h > limits.maxPixels)
+    throw FileError(path + ": " + format + " image of " + std::to_string(w) + "x" + std::to_string(h) +
+                    " pixels is larger than the reader allows (" + std::to_string(limits.maxSide) +
+                    " pixels a side, " + std::to_string(limits.maxPixels) + " pixels in all)");
+}
+
 struct SpngCtx {
   spng_ctx* ctx;
   explicit SpngCtx(int flags) : ctx(spng_ctx_new(flags)) {
@@ -64,16 +74,26 @@ struct DecodedPng {
   spng_plte plte{};
 };
 
-DecodedPng decodePng(std::string const& bytes, std::string const& path) {
+// Deflate turns at most two bits into a 258-byte run, so no compressed
+// data expands by more than this factor.
+constexpr std::size_t kMaxDeflateRatio = 1032;
+
+DecodedPng decodePng(std::string const& bytes, std::string const& path, ReadLimits const& limits) {
   SpngCtx c(0);
-  // Refuse absurd dimensions before allocating for them.
   spng_set_image_limits(c.ctx, 1u << 16, 1u << 16);
   spng_set_chunk_limits(c.ctx, 64u << 20, 64u << 20);
   check(spng_set_png_buffer(c.ctx, bytes.data(), bytes.size()), path, "invalid PNG");
   DecodedPng d;
   check(spng_get_ihdr(c.ctx, &d.ihdr), path, "invalid PNG header");
+  // Refuse sizes beyond the limits, and sizes the file's bytes cannot fill,
+  // before allocating for them.
+  checkSize(path, "PNG", d.ihdr.width, d.ihdr.height, limits);
   std::size_t size = 0;
   check(spng_decoded_image_size(c.ctx, SPNG_FMT_PNG, &size), path, "invalid PNG");
+  if (size / kMaxDeflateRatio > bytes.size())
+    throw FileError(path + ": corrupt or truncated PNG: its header claims " + std::to_string(d.ihdr.width) + "x" +
+                    std::to_string(d.ihdr.height) + " pixels, more than its " + std::to_string(bytes.size()) +
+                    " bytes can hold");
   d.raw.resize(size);
   check(spng_decode_image(c.ctx, d.raw.data(), size, SPNG_FMT_PNG, 0), path, "corrupt or truncated PNG");
   d.rowBytes = d.ihdr.height ? size / d.ihdr.height : 0;
@@ -92,8 +112,8 @@ unsigned subByteSample(unsigned char const* row, std::size_t x, unsigned depth) 
   return (row[bit / 8] >> shift) & ((1u << depth) - 1);
 }
 
-qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path) {
-  DecodedPng d = decodePng(bytes, path);
+qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, ReadLimits const& limits) {
+  DecodedPng d = decodePng(bytes, path, limits);
   std::size_t const w = d.ihdr.width, h = d.ihdr.height;
   unsigned const depth = d.ihdr.bit_depth, type = d.ihdr.color_type;
   std::size_t channels = type == SPNG_COLOR_TYPE_GRAYSCALE ? 1
@@ -139,20 +159,39 @@ qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path) {
 
 // libjpeg reports errors through a callback that must not return; it jumps
 // back into the frame that called setjmp.  Those frames below hold only
-// plain data, so the jump skips no destructor.
+// plain data (the pixel rows live in the caller's vector), so the jump skips
+// no destructor.
 struct JpegError {
   jpeg_error_mgr mgr;
   std::jmp_buf jump;
   char message[JMSG_LENGTH_MAX];
+  // Until the last scanline is read, a warning (libjpeg's word for data it
+  // found damaged or missing and papered over) ends the decoding at once:
+  // such a file is refused anyway, and stopping early keeps the work and
+  // the memory in proportion to the data the file really holds.
+  bool warningsAreErrors = true;
 };
 
 void onJpegError(j_common_ptr cinfo) {
   auto* e = reinterpret_cast<JpegError*>(cinfo->err);
-  (*cinfo->err->format_message)(cinfo, e->message);
+  if (cinfo->err->msg_code == JERR_NO_BACKING_STORE)
+    std::snprintf(e->message, sizeof e->message, "decoding it needs more memory than the reader allows");
+  else
+    (*cinfo->err->format_message)(cinfo, e->message);
   std::longjmp(e->jump, 1);
 }
 
-bool jpegStart(jpeg_decompress_struct* cinfo, JpegError* err, unsigned char const* data, std::size_t size) {
+// Level -1 is a warning; higher levels are traces, ignored.
+void onJpegMessage(j_common_ptr cinfo, int level) {
+  auto* e = reinterpret_cast<JpegError*>(cinfo->err);
+  if (level >= 0) return;
+  ++cinfo->err->num_warnings;
+  if (!e->warningsAreErrors) return;
+  std::snprintf(e->message, sizeof e->message, "truncated or damaged data");
+  std::longjmp(e->jump, 1);
+}
+
+bool jpegHeader(jpeg_decompress_struct* cinfo, JpegError* err, unsigned char const* data, std::size_t size) {
   if (setjmp(err->jump)) return false;
   jpeg_mem_src(cinfo, data, size);
   jpeg_read_header(cinfo, TRUE);
@@ -161,40 +200,57 @@ bool jpegStart(jpeg_decompress_struct* cinfo, JpegError* err, unsigned char cons
     return false;
   }
   cinfo->out_color_space = cinfo->num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+  return true;
+}
+
+// Starting takes libjpeg's working memory (for a progressive file, the
+// coefficients of the whole image) and reads a progressive file's scans.
+bool jpegStart(jpeg_decompress_struct* cinfo, JpegError* err) {
+  if (setjmp(err->jump)) return false;
   jpeg_start_decompress(cinfo);
   return true;
 }
 
-bool jpegRead(jpeg_decompress_struct* cinfo, JpegError* err, unsigned char* pixels, std::size_t rowBytes) {
+// Rows are appended to `pixels` as they are decoded, so that a damaged or
+// truncated file never has memory taken for rows it does not hold.
+bool jpegRead(jpeg_decompress_struct* cinfo, JpegError* err, std::vector<std::uint8_t>& pixels, std::size_t rowBytes) {
   if (setjmp(err->jump)) return false;
   while (cinfo->output_scanline < cinfo->output_height) {
-    JSAMPROW row = pixels + cinfo->output_scanline * rowBytes;
+    pixels.resize(pixels.size() + rowBytes);
+    JSAMPROW row = pixels.data() + cinfo->output_scanline * rowBytes;
     jpeg_read_scanlines(cinfo, &row, 1);
   }
-  // A truncated file is padded with grey and reported only as a warning.
-  if (err->mgr.num_warnings > 0) {
-    std::snprintf(err->message, sizeof err->message, "truncated or damaged data");
-    return false;
-  }
+  // What follows the image data is not looked at closely.
+  err->warningsAreErrors = false;
   jpeg_finish_decompress(cinfo);
   return true;
 }
 
-qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path) {
+// Bytes of libjpeg working memory allowed per pixel of the limit: the
+// coefficients of three full-resolution components take six.
+constexpr std::size_t kJpegBytesPerPixel = 8;
+
+qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, ReadLimits const& limits) {
   jpeg_decompress_struct cinfo;
   JpegError err{};
   cinfo.err = jpeg_std_error(&err.mgr);
   err.mgr.error_exit = onJpegError;
-  err.mgr.output_message = [](j_common_ptr) {};  // warnings are counted, not printed
+  err.mgr.emit_message = onJpegMessage;
   jpeg_create_decompress(&cinfo);
   std::unique_ptr<jpeg_decompress_struct, void (*)(jpeg_decompress_struct*)> guard(&cinfo, jpeg_destroy_decompress);
-  if (!jpegStart(&cinfo, &err, reinterpret_cast<unsigned char const*>(bytes.data()), bytes.size()))
+  // Beyond this libjpeg would need temporary files, which it is not built
+  // to use: it stops with an error instead of allocating.
+  cinfo.mem->max_memory_to_use = static_cast<long>(limits.maxPixels * kJpegBytesPerPixel);
+  if (!jpegHeader(&cinfo, &err, reinterpret_cast<unsigned char const*>(bytes.data()), bytes.size()))
     throw FileError(path + ": corrupt JPEG: " + err.message);
+  // The header alone can claim any size: check it before libjpeg takes
+  // memory for it.
+  checkSize(path, "JPEG", cinfo.image_width, cinfo.image_height, limits);
+  if (!jpegStart(&cinfo, &err)) throw FileError(path + ": corrupt JPEG: " + err.message);
   std::size_t const w = cinfo.output_width, h = cinfo.output_height;
   std::size_t const channels = static_cast<std::size_t>(cinfo.output_components);
-  if (w > (1u << 16) || h > (1u << 16)) throw FileError(path + ": JPEG dimensions are too large");
-  std::vector<std::uint8_t> pixels(w * h * channels);
-  if (!jpegRead(&cinfo, &err, pixels.data(), w * channels)) throw FileError(path + ": corrupt JPEG: " + err.message);
+  std::vector<std::uint8_t> pixels;
+  if (!jpegRead(&cinfo, &err, pixels, w * channels)) throw FileError(path + ": corrupt JPEG: " + err.message);
   return toPlanar(pixels.data(), h, w, channels, channels);
 }
 
@@ -223,17 +279,20 @@ void encodePng(std::string const& path, spng_ihdr ihdr, std::vector<unsigned cha
 
 }  // namespace
 
-qzhost::ArrayPtr readImage(std::string const& path) {
-  std::string bytes = slurp(path);
-  if (isPng(bytes)) return readPng(bytes, path);
-  if (isJpeg(bytes)) return readJpeg(bytes, path);
-  throw FileError(path + ": not a PNG or JPEG file");
+qzhost::ArrayPtr decodeImage(std::string const& bytes, std::string const& name, ReadLimits const& limits) {
+  if (isPng(bytes)) return readPng(bytes, name, limits);
+  if (isJpeg(bytes)) return readJpeg(bytes, name, limits);
+  throw FileError(name + ": not a PNG or JPEG file");
 }
 
-std::optional<IndexedImage> readIndexedPng(std::string const& path) {
-  std::string bytes = slurp(path);
+qzhost::ArrayPtr readImage(std::string const& path) { return decodeImage(slurp(path), path); }
+
+std::optional<IndexedImage> readIndexedPng(std::string const& path) { return decodeIndexedPng(slurp(path), path); }
+
+std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::string const& path,
+                                             ReadLimits const& limits) {
   if (!isPng(bytes)) return std::nullopt;
-  DecodedPng d = decodePng(bytes, path);
+  DecodedPng d = decodePng(bytes, path, limits);
   if (d.ihdr.color_type != SPNG_COLOR_TYPE_INDEXED) return std::nullopt;
   std::size_t const w = d.ihdr.width, h = d.ihdr.height, k = d.plte.n_entries;
   IndexedImage out{qzhost::makeArray(ndclass::UInt8, {h, w}), qzhost::makeArray(ndclass::UInt8, {k, 3})};

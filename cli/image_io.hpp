@@ -3,6 +3,7 @@
 // them: column-major, M-by-N for gray, M-by-N-by-3 planes for colour, class
 // uint8 or uint16.
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -11,10 +12,22 @@
 
 namespace qzcli {
 
+// How large an image a reader accepts.  A header of a few bytes can claim
+// any size, so the size is checked before memory is taken for the pixels;
+// beyond that a reader takes memory only in proportion to the data its file
+// really holds.
+struct ReadLimits {
+  std::size_t maxSide = std::size_t{1} << 16;     // pixels along either side
+  std::size_t maxPixels = std::size_t{1} << 26;   // width times height (8192 x 8192)
+};
+
 // Reads a PNG (8 or 16 bit; gray, gray+alpha, RGB, RGBA or palette) or a
 // JPEG, recognised by content, not by name.  Alpha is dropped with a note on
 // stderr; a palette is expanded to RGB.  Throws FileError.
 qzhost::ArrayPtr readImage(std::string const& path);
+// The same from the bytes of a file already in memory; `name` stands for the
+// file in messages.
+qzhost::ArrayPtr decodeImage(std::string const& bytes, std::string const& name, ReadLimits const& limits = {});
 
 // A palette PNG's 0-based indices (uint8 M-by-N) and its palette (uint8
 // K-by-3); nothing if the file is not a palette PNG.
@@ -23,6 +36,8 @@ struct IndexedImage {
   qzhost::ArrayPtr palette;
 };
 std::optional<IndexedImage> readIndexedPng(std::string const& path);
+std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::string const& name,
+                                             ReadLimits const& limits = {});
 
 // Writes a uint8 or uint16 M-by-N (gray) or M-by-N-by-3 (RGB) array.
 void writePng(std::string const& path, ndArray_tag const* image);

@@ -80,15 +80,20 @@ class LiteralParser {
     return out;
   }
   long long integer() {
-    std::size_t start = i_;
+    std::size_t const start = i_;
     if (s_[i_] == '-') ++i_;
+    std::size_t const first = i_;
     while (i_ < s_.size() && std::isdigit(static_cast<unsigned char>(s_[i_]))) ++i_;
+    std::size_t const digits = i_ - first;
     if (i_ < s_.size() && s_[i_] == 'L') ++i_;  // written by old Python 2 encoders
-    std::string digits = s_.substr(start, i_ - start);
-    if (digits.empty() || digits == "-" || digits.size() > 18) fail("bad integer '" + digits + "'");
-    return std::stoll(digits);
+    // At least one digit, and few enough that the value fits in 64 bits.
+    if (digits == 0 || digits > 18) fail("bad integer '" + s_.substr(start, i_ - start) + "'");
+    return std::stoll(s_.substr(start, first + digits - start));
   }
   Value seq(char close) {
+    // Each level of nesting costs stack; a real header nests three deep
+    // (a structured dtype's list of field tuples).
+    if (++depth_ > kMaxDepth) fail("lists nested more than " + std::to_string(kMaxDepth) + " deep");
     Value out{List{}};
     out.isTuple = close == ')';
     ++i_;
@@ -98,12 +103,16 @@ class LiteralParser {
       if (!peekIs(close)) expect(',');
     }
     expect(close);
+    --depth_;
     return out;
   }
+
+  static constexpr int kMaxDepth = 16;
 
   std::string const& s_;
   std::string const& name_;
   std::size_t i_ = 0;
+  int depth_ = 0;
 };
 
 // ---- dtypes. -------------------------------------------------------------------
@@ -141,7 +150,9 @@ DType simpleType(std::string const& d, std::string const& name) {
 
 DType dtypeOf(Value const& descr, std::string const& name) {
   if (auto const* s = std::get_if<std::string>(&descr.v)) return simpleType(*s, name);
-  auto const& fields = std::get<List>(descr.v);
+  auto const* list = std::get_if<List>(&descr.v);
+  if (!list) throw FileError(name + ": malformed .npy header: descr must be a dtype string or a list of fields");
+  auto const& fields = *list;
   std::string const bad = name + ": unsupported structured dtype: only two fields of one integer type "
                                  "(a complex integer array) are accepted";
   if (fields.size() != 2) throw FileError(bad);
