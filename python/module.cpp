@@ -316,13 +316,14 @@ void grayInterleaved(void const* in, std::size_t pixels, void* out) {
   qz::launchRgb2Gray<T>(static_cast<T const*>(in), pixels, static_cast<T*>(out), false);
 }
 
-// A colour-space conversion: a pixel-interleaved image (C-ordered, and not
-// also F-ordered) goes to `interleaved` with its class and size, anything
-// else through the built-in.
+// A colour-space conversion: a pixel-interleaved image (C-ordered, not also
+// F-ordered, and aligned for its type) goes to `interleaved` with its class
+// and size, anything else through the built-in.
 template <class Interleaved>
 py::array colourSpace(py::handle obj, char const* name, Interleaved interleaved) {
   py::array img = nativeCopy(imageArg(obj, name, false, false));
-  if (!(img.flags() & py::array::c_style) || (img.flags() & py::array::f_style)) {
+  if (!(img.flags() & py::array::c_style) || (img.flags() & py::array::f_style) ||
+      !(img.flags() & py::detail::npy_api::NPY_ARRAY_ALIGNED_)) {
     Inputs in;
     in.add(img);
     return toNumpy(std::move(invoke(builtin(name), 1, in.raw())[0]));

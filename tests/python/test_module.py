@@ -85,8 +85,9 @@ def test_interleaved_rgb2hsv_keeps_the_nan_rules():
         lambda a: a[:, ::2],  # strided
         lambda a: a.astype(a.dtype.newbyteorder(">")),  # foreign byte order
         lambda a: np.transpose(a, (1, 0, 2)).copy().transpose(1, 0, 2),  # neither C nor F
+        lambda a: np.frombuffer(b"\0" + a.tobytes(), a.dtype, offset=1).reshape(a.shape),  # misaligned
     ],
-    ids=["strided", "big-endian", "mixed-order"],
+    ids=["strided", "big-endian", "mixed-order", "misaligned"],
 )
 @pytest.mark.parametrize("fn", [q.rgb2gray, q.rgb2hsv])
 def test_other_layouts_are_converted_once(fn, make):
