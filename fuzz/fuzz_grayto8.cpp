@@ -19,11 +19,6 @@ void checkResult(qzfuzz::Call& call) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  qzhost::setWarningEcho(false);
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   qzfuzz::Ledger const ledger;
   {

@@ -264,4 +264,35 @@ Outcome invoke(char const* builtin, qzhost::Gateway fn, char const* catalog, int
   return out;
 }
 
+int fuzzRgbInput(char const* builtin, qzhost::Gateway fn, std::uint8_t const* data, std::size_t size,
+                 std::vector<std::string> const& alsoAllowed, void (*check)(Call&)) {
+  Ledger const ledger;
+  {
+    FuzzedDataProvider fdp(data, size);
+    Call call(fdp);
+    int const numOutputs = drawCount(fdp, -1, 2);
+    Shape rgb;
+    rgb.rank = 3;
+    rgb.last = 3;
+    rgb.real = true;
+    rgb.full = true;
+    rgb.maxExtent = 8;
+    ndArray_tag* in = call.add(rgb);
+    if (fdp.ConsumeBool()) call.shareAndKeep(in);
+    call.prepareSlots(numOutputs);
+    // Neither built-in raises anything of its own (no catalog).
+    auto const r = invoke(builtin, fn, "", numOutputs, 1, call, 1, alsoAllowed);
+    if (r.ok) check(call);
+    call.release();
+  }
+  ledger.verify(builtin);
+  return 0;
+}
+
 }  // namespace qzfuzz
+
+// Every gateway target: warnings are collected and checked, not printed.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  qzhost::setWarningEcho(false);
+  return 0;
+}

@@ -123,6 +123,14 @@ struct Outcome {
 Outcome invoke(char const* builtin, qzhost::Gateway fn, char const* catalog, int numOutputs, int numInputs,
                Call& call, std::size_t writable = 1, std::vector<std::string> const& alsoAllowed = {});
 
+// The whole of one input for rgb2gray or rgb2hsv.  Both take one real, full
+// M-by-N-by-3 array on trust (anything else is outside their contract and
+// undefined; the hosts refuse it before calling), so the input is drawn of
+// that form, and the class, the storage form, M, N, the data, the number of
+// outputs and what the slots hold are fuzzed.  `check` examines a success.
+int fuzzRgbInput(char const* builtin, qzhost::Gateway fn, std::uint8_t const* data, std::size_t size,
+                 std::vector<std::string> const& alsoAllowed, void (*check)(Call&));
+
 // Stops the fuzzer with a message: the input is a finding.
 [[noreturn]] void fail(char const* builtin, std::string const& what);
 
