@@ -17,7 +17,15 @@ void requireRgb(char const* name, Inputs const& in) {
   if (!ok) throw ContractError(std::string(name) + " takes exactly one real M-by-N-by-3 array");
 }
 
-void rgb2grayContract(Inputs const& in) { requireRgb("rgb2gray", in); }
+// rgb2gray leaves its output unfilled for a class without a luminance (a
+// logical or char image): handing that back would be a result of whatever
+// the memory held.
+void rgb2grayContract(Inputs const& in) {
+  requireRgb("rgb2gray", in);
+  if (!ndclass::isNumeric(ndGetClassID(in[0])))
+    throw ContractError(std::string("rgb2gray takes a numeric image, not a ") + qzhost::className(ndGetClassID(in[0])) +
+                        " one");
+}
 void rgb2hsvContract(Inputs const& in) { requireRgb("rgb2hsv", in); }
 
 // When the arguments are otherwise of the kinds imresize accepts, every index

@@ -287,11 +287,12 @@ def test_demo_writes_its_pictures_and_a_table(qz, tmp_path):
         ("rgb2hsv", [np.zeros((4, 5, 4))]),
         ("rgb2hsv", [np.zeros((2, 2, 3)), np.zeros((2, 2, 3))]),
         ("rgb2gray", [np.zeros((2, 2, 3), np.complex128)]),
+        ("rgb2gray", [np.zeros((2, 2, 3), bool)]),
         ("imresize", [np.zeros((4, 4)), np.ones((1, 2)), np.array([[1.0, 5.0]]), np.array(1.0)]),
         ("imresize", [np.zeros((4, 4)), np.ones((1, 2)), np.array([[0.0, 1.0]]), np.array(2.0)]),
         ("imresize", [np.zeros((4, 4)), np.ones((1, 2)), np.array([[np.nan, 1.0]]), np.array(2.0)]),
     ],
-    ids=["gray-no-input", "gray-2d", "hsv-4-planes", "hsv-two-inputs", "gray-complex", "resize-index-past-end",
+    ids=["gray-no-input", "gray-2d", "hsv-4-planes", "hsv-two-inputs", "gray-complex", "gray-logical", "resize-index-past-end",
          "resize-index-zero", "resize-index-nan"],
 )
 def test_call_refuses_what_a_built_in_would_take_on_trust(qz, tmp_path, name, arrays):
