@@ -216,8 +216,8 @@ ArrayPtr hostInput(py::array a, py::object& keep) {
     a = py::module_::import("numpy").attr("asfortranarray")(a);
   }
   keep = a;
-  qzhost::ArraySpec spec{c.cls, hostDims(a), c.complex, qzhost::DimForm::Full};
-  return qzhost::wrapData(spec, const_cast<void*>(a.data()), noRelease, nullptr);
+  qzhost::ArrayDesc desc{c.cls, hostDims(a), c.complex, qzhost::DimForm::Full};
+  return qzhost::wrapData(desc, const_cast<void*>(a.data()), noRelease, nullptr);
 }
 
 // ---- host -> NumPy ----------------------------------------------------------------

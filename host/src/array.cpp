@@ -301,12 +301,12 @@ char const* className(ndClassID cls) {
   }
 }
 
-ArrayPtr makeArray(ArraySpec const& desc) {
+ArrayPtr makeArray(ArrayDesc const& desc) {
   return newArray(desc.cls, normalise(desc.dims.data(), desc.dims.data() + desc.dims.size()), desc.complex,
                   desc.form, true);
 }
 
-ArrayPtr wrapData(ArraySpec const& desc, void* data, void (*release)(void*), void* context) {
+ArrayPtr wrapData(ArrayDesc const& desc, void* data, void (*release)(void*), void* context) {
   auto dims = normalise(desc.dims.data(), desc.dims.data() + desc.dims.size());
   if (desc.form == DimForm::Compact && dims.size() != 2) raise("badCompactForm");
   ArrayPtr a = newArray(desc.cls, {0, 0}, desc.complex, DimForm::Full, false);

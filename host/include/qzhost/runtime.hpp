@@ -51,7 +51,9 @@ enum class DimForm {
   Lazy,     // dimensions installed only by complete_opaque_dimensions()
 };
 
-struct ArraySpec {
+// What a new array is: its class, dimensions, complexity and the form its
+// dimensions are held in.
+struct ArrayDesc {
   ndClassID cls = ndclass::Double;
   std::vector<std::size_t> dims;
   bool complex = false;
@@ -60,10 +62,10 @@ struct ArraySpec {
 
 // A zero-filled array of any class the host knows, including logical, char
 // and host-defined classes (codes above 16, stored as 8-byte elements).
-QZHOST_API ArrayPtr makeArray(ArraySpec const& desc);
+QZHOST_API ArrayPtr makeArray(ArrayDesc const& desc);
 inline ArrayPtr makeArray(ndClassID cls, std::vector<std::size_t> dims, bool complex = false,
                           DimForm form = DimForm::Full) {
-  return makeArray(ArraySpec{cls, std::move(dims), complex, form});
+  return makeArray(ArrayDesc{cls, std::move(dims), complex, form});
 }
 
 // A sparse M-by-N double array from compressed columns: jc has N+1 entries,
@@ -75,7 +77,7 @@ QZHOST_API ArrayPtr makeSparse(std::size_t m, std::size_t n, std::vector<std::si
 // An array over element data the host does not own, released through
 // release(context) when the array is destroyed.  Used for zero-copy views of
 // a host's own buffers.
-QZHOST_API ArrayPtr wrapData(ArraySpec const& desc, void* data, void (*release)(void*), void* context);
+QZHOST_API ArrayPtr wrapData(ArrayDesc const& desc, void* data, void (*release)(void*), void* context);
 
 // Adds a holder: the next release through the deleter drops a reference
 // instead of destroying the array.
