@@ -36,12 +36,6 @@ void call(std::string const& context, qzhost::Gateway fn, int numOutputs, ArrayP
   }
 }
 
-ArrayPtr scalar(double v) {
-  ArrayPtr a = qzhost::makeArray(ndclass::Double, {1, 1});
-  qzhost::dataOf<double>(a.get())[0] = v;
-  return a;
-}
-
 std::size_t bytesOf(ndArray_tag const* a) {
   return ndGetNumberOfElements(a) * qzhost::elementSize(ndGetClassID(a)) * (ndIsComplex(a) ? 2 : 1);
 }
@@ -87,16 +81,8 @@ ArrayPtr loadPhoto(char const* path) {
 
 // The filter's tables as the T-by-L double arrays imresize takes.
 ResizeFilter filterArrays(qzfilters::Filter const& f, int dim) {
-  ResizeFilter r;
-  r.weights = qzhost::makeArray(ndclass::Double, {f.taps, f.outLength});
-  r.indices = qzhost::makeArray(ndclass::Double, {f.taps, f.outLength});
-  if (!f.weights.empty()) {
-    std::memcpy(ndGetData(r.weights.get()), f.weights.data(), f.weights.size() * sizeof(double));
-    std::memcpy(ndGetData(r.indices.get()), f.indices.data(), f.indices.size() * sizeof(double));
-  }
-  r.dim = scalar(dim);
-  r.outLength = f.outLength;
-  return r;
+  qzcall::FilterArrays a = qzcall::filterArrays(f);
+  return {std::move(a.weights), std::move(a.indices), scalar(dim), f.outLength};
 }
 
 // As the command-line host's resize: one imresize call per dimension, with

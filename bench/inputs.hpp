@@ -12,8 +12,11 @@
 #include <vector>
 
 #include "qzhost/runtime.hpp"
+#include "resample.hpp"
 
 namespace qzbench {
+
+using qzcall::scalar;
 
 // About 12 megapixels: the sample photo enlarged about 7.07 times.
 constexpr std::size_t kRows = 2832;
@@ -50,9 +53,6 @@ struct IndexedPhoto {
   qzhost::ArrayPtr index8, indexDouble, map;
 };
 IndexedPhoto const& indexedPhoto();
-
-// A real double scalar.
-qzhost::ArrayPtr scalar(double v);
 
 // Bytes of element data an array holds (both parts when complex).
 std::size_t bytesOf(ndArray_tag const* a);

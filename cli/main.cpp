@@ -24,16 +24,12 @@ using qzhost::ArrayPtr;
 namespace qzcli {
 namespace {
 
+using qzcall::scalar;
+
 // A problem with what the user asked for (exit status 2).
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-
-ArrayPtr scalar(double v) {
-  ArrayPtr a = qzhost::makeArray(ndclass::Double, {1, 1});
-  qzhost::dataOf<double>(a.get())[0] = v;
-  return a;
-}
 
 bool isNpy(std::string const& path) { return fs::path(path).extension() == ".npy"; }
 

@@ -14,6 +14,16 @@ qzhost::ArrayPtr table(std::vector<double> const& values, std::size_t taps, std:
 
 }  // namespace
 
+qzhost::ArrayPtr scalar(double v) {
+  qzhost::ArrayPtr a = qzhost::makeArray(ndclass::Double, {1, 1});
+  qzhost::dataOf<double>(a.get())[0] = v;
+  return a;
+}
+
+FilterArrays filterArrays(qzfilters::Filter const& f) {
+  return {table(f.weights, f.taps, f.outLength), table(f.indices, f.taps, f.outLength)};
+}
+
 qzhost::ArrayPtr resample(ndArray_tag const* image, ResampleRequest const& r, ImresizeRunner const& run) {
   auto d = qzhost::dimsOf(image);
   struct Pass {
@@ -25,12 +35,9 @@ qzhost::ArrayPtr resample(ndArray_tag const* image, ResampleRequest const& r, Im
 
   qzhost::ArrayPtr current;
   for (auto const& p : passes) {
-    auto f = qzfilters::makeFilter(p.in, p.out, p.scale, r.method, r.antialias);
-    qzhost::ArrayPtr w = table(f.weights, f.taps, f.outLength);
-    qzhost::ArrayPtr x = table(f.indices, f.taps, f.outLength);
-    qzhost::ArrayPtr dim = qzhost::makeArray(ndclass::Double, {1, 1});
-    qzhost::dataOf<double>(dim.get())[0] = p.dim;
-    current = run(current ? current.get() : image, w.get(), x.get(), dim.get());
+    FilterArrays f = filterArrays(qzfilters::makeFilter(p.in, p.out, p.scale, r.method, r.antialias));
+    qzhost::ArrayPtr dim = scalar(p.dim);
+    current = run(current ? current.get() : image, f.weights.get(), f.indices.get(), dim.get());
   }
   return current;
 }

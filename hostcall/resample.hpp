@@ -15,6 +15,15 @@ namespace qzcall {
 using ImresizeRunner = std::function<qzhost::ArrayPtr(ndArray_tag const* image, ndArray_tag const* weights,
                                                       ndArray_tag const* indices, ndArray_tag const* dim)>;
 
+// A real double scalar: the count and dimension arguments built-ins take.
+qzhost::ArrayPtr scalar(double v);
+
+// A filter's tables as the T-by-L double arrays imresize takes.
+struct FilterArrays {
+  qzhost::ArrayPtr weights, indices;
+};
+FilterArrays filterArrays(qzfilters::Filter const& f);
+
 struct ResampleRequest {
   std::size_t rows = 0, cols = 0;           // output size
   double rowScale = 1, colScale = 1;        // output over input length

@@ -288,11 +288,7 @@ struct Inputs {
     keep.emplace_back();
     arrays.push_back(hostInput(a, keep.back()));
   }
-  void addScalar(double v) {
-    ArrayPtr s = qzhost::makeArray(ndclass::Double, {1, 1});
-    qzhost::dataOf<double>(s.get())[0] = v;
-    arrays.push_back(std::move(s));
-  }
+  void addScalar(double v) { arrays.push_back(qzcall::scalar(v)); }
 };
 
 // An image argument: H x W x 3 (or H x W where allowed), real, numeric.
