@@ -44,10 +44,7 @@ void checkResult(qzfuzz::Call& call, int numOutputs) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  qzfuzz::Ledger const ledger;
-  {
-    FuzzedDataProvider fdp(data, size);
-    qzfuzz::Call call(fdp);
+  return qzfuzz::runInput(kName, data, size, [](FuzzedDataProvider& fdp, qzfuzz::Call& call) {
     int const numOutputs = qzfuzz::drawCount(fdp, -1, 3);
     int const numInputs = qzfuzz::drawCount(fdp, -1, 3);
     qzfuzz::Shape image, count;
@@ -71,8 +68,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     auto const r = qzfuzz::invoke(kName, pximages::_cq, "ORRERY:images:cq", numOutputs, numInputs,
                                   call, 2);
     if (r.ok) checkResult(call, numOutputs);
-    call.release();
-  }
-  ledger.verify(kName);
-  return 0;
+  });
 }

@@ -92,10 +92,7 @@ void checkResult(qzfuzz::Call& call) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  qzfuzz::Ledger const ledger;
-  {
-    FuzzedDataProvider fdp(data, size);
-    qzfuzz::Call call(fdp);
+  return qzfuzz::runInput(kName, data, size, [](FuzzedDataProvider& fdp, qzfuzz::Call& call) {
     int const numOutputs = qzfuzz::drawCount(fdp, -1, 2);
     int const numInputs = qzfuzz::drawCount(fdp, -1, 5);
     qzfuzz::Shape image, weights, dim;
@@ -125,8 +122,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
           qzfuzz::invoke(kName, pximages::_imresize, "ORRERY:images:resizeDim", numOutputs, numInputs, call);
       if (r.ok) checkResult(call);
     }
-    call.release();
-  }
-  ledger.verify(kName);
-  return 0;
+  });
 }

@@ -60,10 +60,7 @@ void checkResult(qzfuzz::Call& call) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  qzfuzz::Ledger const ledger;
-  {
-    FuzzedDataProvider fdp(data, size);
-    qzfuzz::Call call(fdp);
+  return qzfuzz::runInput(kName, data, size, [](FuzzedDataProvider& fdp, qzfuzz::Call& call) {
     int const numOutputs = qzfuzz::drawCount(fdp, -1, 2);
     int const numInputs = qzfuzz::drawCount(fdp, -1, 3);
     qzfuzz::Shape index, map;
@@ -80,8 +77,5 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     call.prepareSlots(numOutputs);
     auto const r = qzfuzz::invoke(kName, pximages::_ind2rgb8, "ORRERY:images:ind2rgb8", numOutputs, numInputs, call);
     if (r.ok) checkResult(call);
-    call.release();
-  }
-  ledger.verify(kName);
-  return 0;
+  });
 }

@@ -266,10 +266,7 @@ Outcome invoke(char const* builtin, qzhost::Gateway fn, char const* catalog, int
 
 int fuzzRgbInput(char const* builtin, qzhost::Gateway fn, std::uint8_t const* data, std::size_t size,
                  std::vector<std::string> const& alsoAllowed, void (*check)(Call&)) {
-  Ledger const ledger;
-  {
-    FuzzedDataProvider fdp(data, size);
-    Call call(fdp);
+  return runInput(builtin, data, size, [&](FuzzedDataProvider& fdp, Call& call) {
     int const numOutputs = drawCount(fdp, -1, 2);
     Shape rgb;
     rgb.rank = 3;
@@ -283,10 +280,7 @@ int fuzzRgbInput(char const* builtin, qzhost::Gateway fn, std::uint8_t const* da
     // Neither built-in raises anything of its own (no catalog).
     auto const r = invoke(builtin, fn, "", numOutputs, 1, call, 1, alsoAllowed);
     if (r.ok) check(call);
-    call.release();
-  }
-  ledger.verify(builtin);
-  return 0;
+  });
 }
 
 }  // namespace qzfuzz

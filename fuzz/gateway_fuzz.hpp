@@ -123,6 +123,22 @@ struct Outcome {
 Outcome invoke(char const* builtin, qzhost::Gateway fn, char const* catalog, int numOutputs, int numInputs,
                Call& call, std::size_t writable = 1, std::vector<std::string> const& alsoAllowed = {});
 
+// The frame of one fuzz input: `body` draws the arguments from fdp into
+// call and makes the call; afterwards every array is released and the
+// ledger checks that nothing was left behind.
+template <class Body>
+int runInput(char const* builtin, std::uint8_t const* data, std::size_t size, Body body) {
+  Ledger const ledger;
+  {
+    FuzzedDataProvider fdp(data, size);
+    Call call(fdp);
+    body(fdp, call);
+    call.release();
+  }
+  ledger.verify(builtin);
+  return 0;
+}
+
 // The whole of one input for rgb2gray or rgb2hsv.  Both take one real, full
 // M-by-N-by-3 array on trust (anything else is outside their contract and
 // undefined; the hosts refuse it before calling), so the input is drawn of
