@@ -54,7 +54,7 @@ def test_rgb2gray_reads_both_contiguous_layouts_in_place(dtype):
     np.testing.assert_array_equal(c_out, f_out)
 
 
-@pytest.mark.parametrize("dtype", HSV_TYPES + ["i2"])
+@pytest.mark.parametrize("dtype", HSV_TYPES)
 def test_rgb2hsv_reads_both_contiguous_layouts_in_place(dtype):
     img = random_image(np.random.default_rng(2), (11, 9, 3), dtype)
     before = copies()
@@ -64,8 +64,6 @@ def test_rgb2hsv_reads_both_contiguous_layouts_in_place(dtype):
     assert c_out.dtype == f_out.dtype == expected and c_out.shape == (11, 9, 3)
     assert c_out.flags.c_contiguous and f_out.flags.f_contiguous and is_host_memory(c_out)
     np.testing.assert_array_equal(c_out, f_out)
-    if dtype == "i2":
-        assert not c_out.any()  # classes the conversion does not take give zeros
 
 
 def test_interleaved_rgb2hsv_keeps_the_nan_rules():
@@ -247,8 +245,8 @@ img8 = np.zeros((4, 4, 3), np.uint8)
         (lambda: q.resize(img8, scale=-1), ValueError, "positive"),
         (lambda: q.resize(img8, scale=float("nan")), ValueError, "positive"),
         (lambda: q.resize(img8, scale=1e6), ValueError, "65536"),
-        (lambda: q.resize(img8, size=(0, 3)), ValueError, "positive integers"),
-        (lambda: q.resize(img8, size=(2.5, 3)), ValueError, "positive integers"),
+        (lambda: q.resize(img8, size=(0, 3)), ValueError, "at least 1x1"),
+        (lambda: q.resize(img8, size=(2.5, 3)), TypeError, "two integers"),
         (lambda: q.resize(img8, size=5), TypeError, "pair"),
         (lambda: q.resize(img8, scale=2, method="cubic"), ValueError, "unknown method"),
         (lambda: q.resize(np.zeros((0, 4)), scale=2), ValueError, "empty"),
@@ -270,7 +268,7 @@ def test_bad_python_arguments_are_refused_before_the_built_in(call, error, text)
 @pytest.mark.parametrize(
     "call, identifier",
     [
-        (lambda: q.cq(img8, 70000), "ORRERY:images:cq:tooManyColors"),
+        (lambda: q.call("cq", img8, 70000.0), "ORRERY:images:cq:tooManyColors"),
         (lambda: q.cq(img8.astype(np.uint16), 4), "ORRERY:images:cq:"),
         (lambda: q.call("cq", img8), "ORRERY:images:cq:twoInputsRequired"),
         (lambda: q.ind2rgb8(np.ones((2, 2)), np.ones((2, 4))), "ORRERY:images:ind2rgb8:invalidMapSize"),
