@@ -2,6 +2,7 @@
 command-line host, every refusal of the Python layer, warnings and threads."""
 
 import os
+import subprocess
 import threading
 import warnings
 
@@ -298,6 +299,63 @@ def test_complex_grayto8_warns_through_the_warnings_module():
         warnings.simplefilter("error", q.Warning)
         with pytest.raises(q.Warning):
             q.grayto8(np.array([[0.5 + 2j]]))
+
+
+# ---- what the built-ins leave to their callers, and the limits ---------------------------------
+
+
+@pytest.mark.parametrize("dtype", ["i1", "i2", "i4", "i8", "u4", "u8", "?"])
+def test_rgb2hsv_refuses_the_classes_the_built_in_returns_zeros_for(dtype):
+    with pytest.raises(TypeError, match="rgb2hsv: .*(float64, float32, uint8 or uint16|bool)"):
+        q.rgb2hsv(np.zeros((2, 2, 3), dtype))
+
+
+@pytest.mark.parametrize("k", [float("inf"), float("nan"), 1e20, 2.5, 0, -1, 65537, np.float64(0.5)])
+def test_cq_refuses_counts_other_than_integers_from_1_to_65536(k):
+    with pytest.raises(ValueError, match="cq: the number of colours must be an integer from 1 to 65536") as info:
+        q.cq(img8, k)
+    assert not isinstance(info.value, q.Error)
+
+
+def test_cq_accepts_the_limits_themselves():
+    for k in (1, 65536, 16.0, np.int32(3)):
+        cmap, _ = q.cq(img8, k)
+        assert cmap.shape == (1, 3)
+
+
+@pytest.mark.parametrize(
+    "kwargs, cli",
+    [
+        ({"scale": 1e-300}, ["--scale", "1e-300"]),
+        ({"scale": 1e-19}, ["--scale", "1e-19"]),
+        ({"scale": 1e-8}, ["--scale", "1e-8"]),
+        ({"scale": 1e300}, ["--scale", "1e300"]),
+        ({"scale": 222}, ["--scale", "222"]),
+        ({"size": (100000, 10)}, ["--size", "100000x10"]),
+        ({"size": (9000, 9000)}, ["--size", "9000x9000"]),
+        ({"size": (1, 0)}, ["--size", "1x0"]),
+    ],
+)
+def test_resize_limits_are_those_of_the_command_line_host(request, tmp_path, data_dir, photo, kwargs, cli):
+    with pytest.raises(ValueError) as info:
+        q.resize(photo, **kwargs)
+    exe = request.config.getoption("--qzimages") or os.environ.get("QZIMAGES")
+    if not exe:
+        pytest.skip("the command-line host is needed: give --qzimages PATH")
+    p = subprocess.run([exe, "resize", os.path.join(data_dir, "chelsea.png"), *cli, "-o", str(tmp_path / "o.png")],
+                       capture_output=True, text=True, timeout=60)
+    assert p.returncode == 2 and str(info.value) == "resize: " + p.stderr.removeprefix("error: ").strip()
+
+
+def test_resize_refuses_a_filter_beyond_the_limit_and_an_output_beyond_it():
+    # 1.1 million columns to one: 4.4 million bicubic taps.
+    with pytest.raises(ValueError, match="filter taps for each, more than the limit of 4194304 weights"):
+        q.resize(np.zeros((1, 1_100_000), np.uint8), size=(1, 1))
+    # No weights at all, but 2^28 columns of them: a 2 GiB zero result.
+    w = np.zeros((0, 1 << 28))
+    for call in (lambda: q.imresize(np.zeros((1, 1)), w, w, 2.0), lambda: q.call("imresize", np.zeros((1, 1)), w, w, 2.0)):
+        with pytest.raises(ValueError, match="more than 201326592 elements"):
+            call()
 
 
 # ---- threads ---------------------------------------------------------------------------
