@@ -10,7 +10,6 @@
 #include <iomanip>
 #include <iostream>
 #include <optional>
-#include <regex>
 #include <sstream>
 
 #include "builtins.hpp"
@@ -89,8 +88,26 @@ double psnr(ndArray_tag const* a, ndArray_tag const* b) {
 // A decimal number: digits with an optional point and exponent, nothing else.
 // Hexadecimal ("0x10"), "inf" and "nan" are not numbers a user means here.
 std::optional<double> parseDecimal(std::string const& text) {
-  static std::regex const decimal(R"([+-]?([0-9]+\.?[0-9]*|\.[0-9]+)([eE][+-]?[0-9]+)?)");
-  if (!std::regex_match(text, decimal)) return std::nullopt;
+  std::size_t i = 0;
+  auto sign = [&] { i += i < text.size() && (text[i] == '+' || text[i] == '-'); };
+  auto digits = [&] {
+    std::size_t start = i;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+    return i - start;
+  };
+  sign();
+  std::size_t mantissa = digits();
+  if (i < text.size() && text[i] == '.') {
+    ++i;
+    mantissa += digits();
+  }
+  if (mantissa == 0) return std::nullopt;
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    ++i;
+    sign();
+    if (digits() == 0) return std::nullopt;
+  }
+  if (i != text.size()) return std::nullopt;
   return std::strtod(text.c_str(), nullptr);
 }
 
