@@ -348,6 +348,8 @@ def test_resize_limits_are_those_of_the_command_line_host(request, tmp_path, dat
 
 
 def test_resize_refuses_a_filter_beyond_the_limit_and_an_output_beyond_it():
+    # The limits themselves are allowed: a side of 65536 pixels, exactly.
+    assert q.resize(np.zeros((65536, 1), np.uint8), scale=1.0).shape == (65536, 1)
     # 1.1 million columns to one: 4.4 million bicubic taps.
     with pytest.raises(ValueError, match="filter taps for each, more than the limit of 4194304 weights"):
         q.resize(np.zeros((1, 1_100_000), np.uint8), size=(1, 1))
