@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 #include "builtins.hpp"
+#include "files.hpp"
 #include "filters.hpp"
 #include "image_io.hpp"
 #include "npy.hpp"
@@ -81,7 +83,42 @@ double psnr(ndArray_tag const* a, ndArray_tag const* b) {
   return 10 * std::log10(255.0 * 255.0 / (se / double(n)));
 }
 
-std::string withSuffix(std::string const& prefix, std::string const& suffix) { return prefix + suffix; }
+// ---- Numbers on the command line --------------------------------------------------
+
+// A decimal number: digits with an optional point and exponent, nothing else.
+// Hexadecimal ("0x10"), "inf" and "nan" are not numbers a user means here.
+std::optional<double> parseDecimal(std::string const& text) {
+  std::size_t i = 0;
+  auto sign = [&] { i += i < text.size() && (text[i] == '+' || text[i] == '-'); };
+  auto digits = [&] {
+    std::size_t start = i;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+    return i - start;
+  };
+  sign();
+  std::size_t mantissa = digits();
+  if (i < text.size() && text[i] == '.') {
+    ++i;
+    mantissa += digits();
+  }
+  if (mantissa == 0) return std::nullopt;
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    ++i;
+    sign();
+    if (digits() == 0) return std::nullopt;
+  }
+  if (i != text.size()) return std::nullopt;
+  return std::strtod(text.c_str(), nullptr);
+}
+
+// A count written as plain digits, at most `max`.
+std::optional<std::size_t> parseCount(std::string const& text, std::size_t max) {
+  if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos)
+    return std::nullopt;
+  std::size_t v = std::stoul(text);
+  if (v > max) return std::nullopt;
+  return v;
+}
 
 // ---- Subcommands --------------------------------------------------------------
 
@@ -91,21 +128,29 @@ ArrayPtr toGray(ArrayPtr img) {
 }
 
 int cmdGray(std::string const& in, std::string const& out) {
+  OutputFiles files;
+  files.add(out);
   ArrayPtr img = readImage(in);
   if (!isRgb(img.get())) std::cerr << "note: " << in << " is already grayscale; written unchanged\n";
-  writePng(out, toGray(std::move(img)).get());
+  files.write(out, encodePng(toGray(std::move(img)).get(), out));
+  files.commit();
   return 0;
 }
 
 int cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
+  if (prefix.empty()) throw UsageError("the output prefix is empty");
+  OutputFiles files;
+  std::vector<std::string> planes{prefix + "_h.png", prefix + "_s.png", prefix + "_v.png"};
+  for (auto const& p : planes) files.add(p);
+  if (npy) files.add(prefix + ".npy");
   ArrayPtr img = asRgb(readImage(in));
   ArrayPtr hsv = std::move(run(pximages::_rgb2hsv, 1, {img.get()})[0]);
-  char const* names[] = {"_h.png", "_s.png", "_v.png"};
   for (std::size_t c = 0; c < 3; ++c) {
     ArrayPtr p = plane(hsv.get(), c);
-    writePng(withSuffix(prefix, names[c]), run(pximages::_grayto8, 1, {p.get()})[0].get());
+    files.write(planes[c], encodePng(run(pximages::_grayto8, 1, {p.get()})[0].get(), planes[c]));
   }
-  if (npy) writeNpy(withSuffix(prefix, ".npy"), hsv.get());
+  if (npy) files.write(prefix + ".npy", formatNpy(hsv.get()));
+  files.commit();
   return 0;
 }
 
@@ -120,29 +165,33 @@ Quantised quantise(ndArray_tag const* img, double k) {
   auto out = run(pximages::_cq, 2, {img, kArg.get()});
   std::size_t const colours = qzhost::dimsOf(out[0].get())[0];
   Quantised q{std::move(out[0]), std::move(out[1]), nullptr, colours};
-  if (q.colours > 0) {
-    ArrayPtr m = unitMap(q.map.get());
-    q.rgb = std::move(run(pximages::_ind2rgb8, 1, {q.index.get(), m.get()})[0]);
-  }
+  ArrayPtr m = unitMap(q.map.get());
+  q.rgb = std::move(run(pximages::_ind2rgb8, 1, {q.index.get(), m.get()})[0]);
   return q;
 }
 
-int cmdQuantize(std::string const& in, double k, std::string const& out, std::string const& mapPath) {
+int cmdQuantize(std::string const& in, std::string const& kText, std::string const& out,
+                std::optional<std::string> const& mapPath) {
+  auto k = parseDecimal(kText);
+  if (!k) throw UsageError("-k: the number of colours must be an integer from 1 to 65536, not '" + kText + "'");
+  qzcall::checkColourCount(*k);
+  OutputFiles files;
+  files.add(out);
+  if (mapPath) files.add(*mapPath);
   ArrayPtr img = asRgb(readImage(in));
   if (ndGetClassID(img.get()) != ndclass::UInt8) throw UsageError(in + ": quantize needs an 8-bit image");
-  Quantised q = quantise(img.get(), k);
-  if (q.colours == 0) throw UsageError("no colours requested (-k 0): nothing to write");
-  if (q.colours <= 256)
-    writeIndexedPng(out, q.index.get(), q.map.get());
-  else
-    writePng(out, q.rgb.get());
-  if (!mapPath.empty()) writeNpy(mapPath, unitMap(q.map.get()).get());
+  Quantised q = quantise(img.get(), *k);
+  files.write(out, q.colours <= 256 ? encodeIndexedPng(q.index.get(), q.map.get(), out) : encodePng(q.rgb.get(), out));
+  if (mapPath) files.write(*mapPath, formatNpy(unitMap(q.map.get()).get()));
+  files.commit();
   std::cout << "colours: " << q.colours << "\n";
   std::cout << "PSNR: " << std::fixed << std::setprecision(2) << psnr(img.get(), q.rgb.get()) << " dB\n";
   return 0;
 }
 
 int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string const& out) {
+  OutputFiles files;
+  files.add(out);
   ArrayPtr index, map;
   if (!isNpy(in)) {
     auto indexed = readIndexedPng(in);
@@ -154,68 +203,80 @@ int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string co
   }
   if (!mapPath.empty()) map = readNpy(mapPath);
   if (!map) throw UsageError("an index array needs a colour map: --map MAP.npy");
-  writePng(out, run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get());
+  files.write(out, encodePng(run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get(), out));
+  files.commit();
   return 0;
 }
 
 int cmdTo8(std::string const& in, std::string const& out) {
+  OutputFiles files;
+  files.add(out);
   ArrayPtr img = readAny(in);
-  writePng(out, run(pximages::_grayto8, 1, {img.get()})[0].get());
+  files.write(out, encodePng(run(pximages::_grayto8, 1, {img.get()})[0].get(), out));
+  files.commit();
   return 0;
 }
 
 // Resamples both dimensions with one imresize call each.
-ArrayPtr resize(ArrayPtr img, std::size_t outRows, std::size_t outCols, double sRows, double sCols,
-                qzfilters::Method method, bool antialias) {
-  qzcall::ResampleRequest r{outRows, outCols, sRows, sCols, method, antialias};
+ArrayPtr resize(ArrayPtr img, qzcall::ResampleRequest const& r) {
   return qzcall::resample(img.get(), r, [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x,
                                            ndArray_tag const* dim) {
     return std::move(run(pximages::_imresize, 1, {a, w, x, dim})[0]);
   });
 }
 
-int cmdResize(std::string const& in, double scale, std::string const& size, std::string const& methodName,
-              bool noAntialias, std::string const& out) {
+int cmdResize(std::string const& in, std::optional<std::string> const& scaleText,
+              std::optional<std::string> const& size, std::string const& methodName, bool noAntialias,
+              std::string const& out) {
   auto method = qzfilters::parseMethod(methodName);
   if (!method) throw UsageError("unknown method '" + methodName + "'");
+  std::optional<double> scale;
+  std::size_t h = 0, w = 0;
+  if (scaleText) {
+    scale = parseDecimal(*scaleText);
+    if (!scale) throw UsageError("--scale: '" + *scaleText + "' is not a decimal number");
+  } else {
+    std::size_t x = size->find_first_of("xX");
+    auto hh = parseCount(size->substr(0, x), 999999999);
+    auto ww = x == std::string::npos ? std::nullopt : parseCount(size->substr(x + 1), 999999999);
+    if (!hh || !ww) throw UsageError("--size: '" + *size + "' is not HxW with H and W whole numbers, e.g. 300x400");
+    h = *hh;
+    w = *ww;
+  }
+  OutputFiles files;
+  files.add(out);
   ArrayPtr img = readImage(in);
   auto d = qzhost::dimsOf(img.get());
-  std::size_t rows, cols;
-  double sRows, sCols;
-  if (!size.empty()) {
-    unsigned long long h = 0, w = 0;
-    char x = 0, extra = 0;
-    if (std::sscanf(size.c_str(), "%llu%c%llu%c", &h, &x, &w, &extra) != 3 || (x != 'x' && x != 'X') || h == 0 ||
-        w == 0 || h > (1u << 16) || w > (1u << 16))
-      throw UsageError("--size must be HxW with H and W from 1 to 65536, e.g. 300x400");
-    rows = h;
-    cols = w;
-    sRows = double(h) / double(d[0]);
-    sCols = double(w) / double(d[1]);
-  } else {
-    if (!(scale > 0) || !std::isfinite(scale)) throw UsageError("--scale must be a positive number");
-    rows = qzfilters::outputLength(d[0], scale);
-    cols = qzfilters::outputLength(d[1], scale);
-    if (rows > (1u << 16) || cols > (1u << 16)) throw UsageError("--scale makes the image too large");
-    sRows = sCols = scale;
-  }
-  writePng(out, resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get());
+  qzcall::ResampleRequest r = scale ? qzcall::planResize(d[0], d[1], *scale, *method, !noAntialias)
+                                    : qzcall::planResize(d[0], d[1], h, w, *method, !noAntialias);
+  files.write(out, encodePng(resize(std::move(img), r).get(), out));
+  files.commit();
   return 0;
 }
 
-int cmdCall(std::string const& name, int nargout, std::string const& outDir, std::vector<std::string> const& files) {
+int cmdCall(std::string const& name, std::string const& nargoutText, std::string const& outDir,
+            std::vector<std::string> const& inputFiles) {
   qzhost::Gateway fn = gatewayByName(name);
   if (!fn) throw UsageError("unknown built-in '" + name + "' (one of: cq, grayto8, imresize, ind2rgb8, rgb2gray, rgb2hsv)");
+  auto nargout = parseCount(nargoutText, 64);
+  if (!nargout) throw UsageError("-n: the number of outputs must be a whole number from 0 to 64, not '" + nargoutText + "'");
+  // Every output the call may fill, checked and planned before it runs.
+  OutputFiles files;
+  files.makeFolder(outDir);
+  std::vector<std::string> paths;
+  for (std::size_t k = 0; k < std::max<std::size_t>(*nargout, 1); ++k) {
+    paths.push_back((fs::path(outDir) / ("out" + std::to_string(k) + ".npy")).string());
+    files.add(paths.back());
+  }
   std::vector<ArrayPtr> inputs;
-  for (auto const& f : files) inputs.push_back(readNpy(f));
+  for (auto const& f : inputFiles) inputs.push_back(readNpy(f));
   std::vector<ndArray_tag const*> raw;
   for (auto const& a : inputs) raw.push_back(a.get());
-  std::error_code ec;
-  fs::create_directories(outDir, ec);
-  if (!fs::is_directory(outDir)) throw UsageError(outDir + ": cannot create the output folder");
-  auto out = run(fn, nargout, raw, std::max(2, nargout));
-  for (std::size_t k = 0; k < out.size(); ++k)
-    if (out[k]) writeNpy((fs::path(outDir) / ("out" + std::to_string(k) + ".npy")).string(), out[k].get());
+  int const n = static_cast<int>(*nargout);
+  auto out = run(fn, n, raw, std::max<std::size_t>(2, *nargout));
+  for (std::size_t k = 0; k < paths.size(); ++k)
+    if (out[k]) files.write(paths[k], formatNpy(out[k].get()));
+  files.commit();
   return 0;
 }
 
@@ -229,7 +290,12 @@ struct Timer {
 };
 
 int cmdDemo(std::string const& input, std::string const& dir) {
-  fs::create_directories(dir);
+  auto path = [&](std::string const& f) { return (fs::path(dir) / f).string(); };
+  OutputFiles files;
+  files.makeFolder(dir);
+  for (char const* f : {"gray.png", "hsv_h.png", "hsv_s.png", "hsv_v.png", "quantized_16.png", "quantized_256.png",
+                        "roundtrip_256.png", "half.png", "double.png", "gray8_from_double.png"})
+    files.add(path(f));
   ArrayPtr photo = readImage(input);
   if (!isRgb(photo.get()) || ndGetClassID(photo.get()) != ndclass::UInt8)
     throw UsageError(input + ": the demo needs an 8-bit RGB photo");
@@ -239,12 +305,12 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     double ms;
   };
   std::vector<Row> rows;
-  auto path = [&](std::string const& f) { return (fs::path(dir) / f).string(); };
+  auto write = [&](std::string const& f, ndArray_tag const* image) { files.write(path(f), encodePng(image, path(f))); };
 
   Timer t;
   ArrayPtr gray = std::move(run(pximages::_rgb2gray, 1, {photo.get()})[0]);
   rows.push_back({"gray.png", "rgb2gray", "luminance", t.ms()});
-  writePng(path("gray.png"), gray.get());
+  write("gray.png", gray.get());
 
   t = Timer();
   ArrayPtr hsv = std::move(run(pximages::_rgb2hsv, 1, {photo.get()})[0]);
@@ -253,7 +319,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
   for (std::size_t c = 0; c < 3; ++c) {
     ArrayPtr p = plane(hsv.get(), c);
     ArrayPtr b = std::move(run(pximages::_grayto8, 1, {p.get()})[0]);
-    writePng(path(planes[c]), b.get());
+    write(planes[c], b.get());
   }
   rows.push_back({"hsv_{h,s,v}.png", "rgb2hsv", "planes through grayto8", hsvMs});
 
@@ -264,7 +330,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     double cqMs = t.ms();
     ArrayPtr m = unitMap(out[0].get());
     std::string file = "quantized_" + std::to_string(k) + ".png";
-    writeIndexedPng(path(file), out[1].get(), out[0].get());
+    files.write(path(file), encodeIndexedPng(out[1].get(), out[0].get(), path(file)));
     t = Timer();
     ArrayPtr rgb = std::move(run(pximages::_ind2rgb8, 1, {out[1].get(), m.get()})[0]);
     double indMs = t.ms();
@@ -273,7 +339,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
          << psnr(photo.get(), rgb.get()) << " dB";
     rows.push_back({file, "cq", note.str(), cqMs});
     if (k == 256) {
-      writePng(path("roundtrip_256.png"), rgb.get());
+      write("roundtrip_256.png", rgb.get());
       rows.push_back({"roundtrip_256.png", "ind2rgb8", "index + map back to RGB", indMs});
     }
   }
@@ -282,11 +348,10 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     ArrayPtr copy = qzhost::makeArray(ndclass::UInt8, {d[0], d[1], 3});
     std::memcpy(ndGetData(copy.get()), ndGetData(photo.get()), d[0] * d[1] * 3);
     t = Timer();
-    ArrayPtr r = resize(std::move(copy), qzfilters::outputLength(d[0], s), qzfilters::outputLength(d[1], s), s, s,
-               qzfilters::Method::Bicubic, true);
+    ArrayPtr r = resize(std::move(copy), qzcall::planResize(d[0], d[1], s, qzfilters::Method::Bicubic, true));
     double ms = t.ms();
     std::string file = s < 1 ? "half.png" : "double.png";
-    writePng(path(file), r.get());
+    write(file, r.get());
     auto rd = qzhost::dimsOf(r.get());
     rows.push_back({file, "imresize", "bicubic " + std::to_string(rd[1]) + "x" + std::to_string(rd[0]), ms});
   }
@@ -298,7 +363,8 @@ int cmdDemo(std::string const& input, std::string const& dir) {
   t = Timer();
   ArrayPtr back = std::move(run(pximages::_grayto8, 1, {unit.get()})[0]);
   rows.push_back({"gray8_from_double.png", "grayto8", "double in [0,1] to uint8", t.ms()});
-  writePng(path("gray8_from_double.png"), back.get());
+  write("gray8_from_double.png", back.get());
+  files.commit();
 
   std::cout << "demo on " << input << " (" << d[1] << "x" << d[0] << "), results in " << dir << "/\n\n";
   std::cout << std::left << std::setw(24) << "file" << std::setw(10) << "built-in" << std::right << std::setw(10)
@@ -316,11 +382,13 @@ int main(int argc, char** argv) {
   using namespace qzcli;
   CLI::App app{"qzimages: image built-ins on PNG, JPEG and .npy files"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("qzimages ") + QZ_VERSION);
 
-  std::string in, out, prefix, mapPath, size, method = "bicubic", name, outDir = ".", demoDir = "demo-out";
+  std::string in, out, prefix, mapPath, method = "bicubic", name, outDir = ".", demoDir = "demo-out";
   std::string demoInput = QZ_SAMPLE_PHOTO;
-  double k = 0, scale = 0;
-  int nargout = 1;
+  // Numbers are taken as text and read by parseDecimal/parseCount, which
+  // accept decimal notation only.
+  std::string k, scale, size, nargout = "1";
   bool npy = false, noAntialias = false;
   std::vector<std::string> files;
 
@@ -335,9 +403,9 @@ int main(int argc, char** argv) {
 
   auto* quant = app.add_subcommand("quantize", "Reduce an 8-bit image to at most K colours (cq)");
   quant->add_option("input", in, "PNG or JPEG image")->required();
-  quant->add_option("-k,--colors", k, "number of colours, 0 to 65536")->required();
+  quant->add_option("-k,--colors", k, "number of colours, an integer from 1 to 65536")->required();
   quant->add_option("-o,--output", out, "output PNG (palette PNG for up to 256 colours)")->required();
-  quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy");
+  auto* mapOpt = quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy");
 
   auto* ind = app.add_subcommand("ind2rgb", "Expand an indexed image through its colour map (ind2rgb8)");
   ind->add_option("index", in, "palette PNG, or index array .npy (double: 1-based; integer: 0-based)")->required();
@@ -350,7 +418,7 @@ int main(int argc, char** argv) {
 
   auto* rs = app.add_subcommand("resize", "Resample an image (imresize, once per dimension)");
   rs->add_option("input", in, "PNG or JPEG image")->required();
-  auto* scaleOpt = rs->add_option("--scale", scale, "scale factor, e.g. 0.5");
+  auto* scaleOpt = rs->add_option("--scale", scale, "scale factor, a decimal number, e.g. 0.5");
   auto* sizeOpt = rs->add_option("--size", size, "output size HxW, e.g. 300x400");
   scaleOpt->excludes(sizeOpt);
   rs->add_option("--method", method, "nearest, bilinear, bicubic, lanczos2, lanczos3 or box")
@@ -360,7 +428,7 @@ int main(int argc, char** argv) {
 
   auto* call = app.add_subcommand("call", "Call a built-in on .npy arrays; outputs go to OUTDIR/out<k>.npy");
   call->add_option("name", name, "cq, grayto8, imresize, ind2rgb8, rgb2gray or rgb2hsv")->required();
-  call->add_option("-n,--nargout", nargout, "number of outputs asked for (default 1)")->check(CLI::Range(0, 64));
+  call->add_option("-n,--nargout", nargout, "number of outputs asked for, 0 to 64 (default 1)");
   call->add_option("-o,--outdir", outDir, "folder for the outputs (default .)");
   call->add_option("inputs", files, "input arrays (.npy), in order");
 
@@ -368,41 +436,55 @@ int main(int argc, char** argv) {
   demo->add_option("-o,--outdir", demoDir, "folder for the results (default demo-out)");
   demo->add_option("-i,--input", demoInput, "photo to use instead of the bundled one");
 
+  // A word where a subcommand belongs is named, with the ones there are.
+  if (argc > 1 && argv[1][0] != '-') {
+    std::string word = argv[1], known;
+    bool found = false;
+    for (auto const* sub : app.get_subcommands({})) {
+      found = found || sub->get_name() == word;
+      known += (known.empty() ? "" : ", ") + sub->get_name();
+    }
+    if (!found) {
+      std::cerr << "error: unknown subcommand '" << word << "' (one of: " << known << ")\n";
+      return 2;
+    }
+  }
   try {
     app.parse(argc, argv);
+  } catch (CLI::CallForHelp const& e) {
+    return app.exit(e);
+  } catch (CLI::CallForAllHelp const& e) {
+    return app.exit(e);
+  } catch (CLI::CallForVersion const& e) {
+    return app.exit(e);
   } catch (CLI::ParseError const& e) {
-    int code = app.exit(e);
-    return code == 0 ? 0 : 2;
+    std::cerr << "error: " << e.what() << " (qzimages --help for usage)\n";
+    return 2;
   }
   if (rs->parsed() && scaleOpt->count() == 0 && sizeOpt->count() == 0) {
-    std::cerr << "resize: give --scale S or --size HxW\n";
+    std::cerr << "error: resize: give --scale S or --size HxW\n";
     return 2;
   }
 
   try {
     if (gray->parsed()) return cmdGray(in, out);
     if (hsv->parsed()) return cmdHsv(in, prefix, npy);
-    if (quant->parsed()) return cmdQuantize(in, k, out, mapPath);
+    if (quant->parsed()) return cmdQuantize(in, k, out, mapOpt->count() ? std::optional(mapPath) : std::nullopt);
     if (ind->parsed()) return cmdInd2rgb(in, mapPath, out);
     if (to8->parsed()) return cmdTo8(in, out);
-    if (rs->parsed()) return cmdResize(in, scale, size, method, noAntialias, out);
+    if (rs->parsed())
+      return cmdResize(in, scaleOpt->count() ? std::optional(scale) : std::nullopt,
+                       sizeOpt->count() ? std::optional(size) : std::nullopt, method, noAntialias, out);
     if (call->parsed()) return cmdCall(name, nargout, outDir, files);
     if (demo->parsed()) return cmdDemo(demoInput, demoDir);
   } catch (BuiltinFailed const&) {
     return 1;  // already reported
-  } catch (ContractError const& e) {
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
-  } catch (UsageError const& e) {
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
-  } catch (FileError const& e) {
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
   } catch (qzhost::HostError const& e) {
     std::cerr << "error: " << e.identifier() << ": " << e.message() << "\n";
     return 2;
   } catch (std::exception const& e) {
+    // Usage problems, unreadable or unwritable files, requests beyond the
+    // limits: the message says which.
     std::cerr << "error: " << e.what() << "\n";
     return 2;
   }
