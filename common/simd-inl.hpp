@@ -31,12 +31,12 @@ template <class T>
 inline constexpr bool kWidensToDouble = std::is_floating_point_v<T> || sizeof(T) <= 4;
 
 // The Lanes(d) elements of v (a vector of T with as many lanes as d), each
-// widened exactly to double.
+// widened exactly to d's type: double, or float for float (unchanged).
 template <class D, class V>
 HWY_INLINE hn::Vec<D> WidenToDouble(D d, V v) {
   using T = hn::TFromV<V>;
   static_assert(kWidensToDouble<T>);
-  if constexpr (std::is_same_v<T, double>) {
+  if constexpr (std::is_same_v<T, hn::TFromD<D>>) {
     return v;
   } else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, std::int32_t>) {
     return hn::PromoteTo(d, v);
