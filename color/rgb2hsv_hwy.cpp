@@ -5,8 +5,8 @@
 // pair of channels and sector offset as the rule, then does the rule's
 // arithmetic (6*delta, the quotient, the sum, the absolute value; delta/V)
 // in its precision.  Lanes whose result the rule sets to 0 (delta or V zero)
-// are masked after the fact.  The byte path keeps its tabulated reciprocals,
-// gathered from the same tables.
+// are masked after the fact.  The byte path multiplies by its tabulated
+// reciprocals, recomputed in lanes exactly as the tables were filled.
 //
 // Pixels with a NaN channel are rare and follow a different rule, including
 // a hue carried from pixel to pixel within one body call.  A vector holding
@@ -118,9 +118,8 @@ void HsvBytes(std::uint8_t const* HWY_RESTRICT in, std::size_t p, double* HWY_RE
               std::size_t begin, std::size_t end) {
   hn::ScalableTag<double> d;
   hn::Rebind<std::uint8_t, decltype(d)> d8;
-  hn::Rebind<std::int64_t, decltype(d)> di;
   std::size_t const n = hn::Lanes(d);
-  HsvReciprocalTables const& t = hsvReciprocalTables();
+  auto const zero = hn::Zero(d), one = hn::Set(d, 1.0), six = hn::Set(d, 6.0), full = hn::Set(d, 255.0);
   auto const minusOne = hn::Set(d, -1.0);
   auto const greenOffset = hn::Set(d, HsvOffsets<double>::greenMax());
   std::size_t i = begin;
@@ -142,10 +141,14 @@ void HsvBytes(std::uint8_t const* HWY_RESTRICT in, std::size_t p, double* HWY_RE
     r = r1;
     auto const chroma = hn::Sub(r, hn::IfThenElse(hn::Lt(b, g), b, g));
     auto const diff = hn::Sub(g, b);
-    auto const chromaIndex = hn::ConvertTo(di, chroma), redIndex = hn::ConvertTo(di, r);
-    auto const h = hn::Abs(hn::Add(hn::Mul(diff, hn::GatherIndex(d, t.sixth, chromaIndex)), k));
-    auto const s = hn::Mul(chroma, hn::GatherIndex(d, t.recip, redIndex));
-    auto const v = hn::GatherIndex(d, t.unit, redIndex);
+    // The table entries, recomputed by the very operations that filled the
+    // tables (1/(c*6.0), 1.0/r, r/255.0; 0 for a zero index): dividing in
+    // lanes is faster than reading three tables a lane at a time.
+    auto const sixth = hn::IfThenZeroElse(hn::Eq(chroma, zero), hn::Div(one, hn::Mul(chroma, six)));
+    auto const recip = hn::IfThenZeroElse(hn::Eq(r, zero), hn::Div(one, r));
+    auto const h = hn::Abs(hn::Add(hn::Mul(diff, sixth), k));
+    auto const s = hn::Mul(chroma, recip);
+    auto const v = hn::Div(r, full);  // 0/255 is 0, as the table's first entry
     StoreHsv(d, h, s, v, out, p, planar, i);
   }
   hsvrule::lineOfBytes(in, p, out, planar, i, end);

@@ -36,8 +36,11 @@ void LookUpByteIndices(ComputeFunctorUintArray<std::uint8_t> const& f, std::uint
   std::uint8_t* HWY_RESTRICT blue = out + 2 * plane;
   std::size_t j = 0;
   for (; j + lanes <= n; j += lanes) {
-    auto const idx = hn::BitCast(d, hn::PromoteTo(hn::Rebind<std::uint32_t, decltype(d)>(), hn::LoadU(d8, in + j)));
-    auto const rgb = hn::GatherIndex(d, packed, idx);
+    // Scalar loads into a block: faster than a vector gather on the
+    // processors measured, and the same words.
+    HWY_ALIGN std::int32_t block[hn::MaxLanes(d)];
+    for (std::size_t l = 0; l < lanes; ++l) block[l] = packed[in[j + l]];
+    auto const rgb = hn::Load(d, block);
     hn::StoreU(hn::DemoteTo(d8, hn::And(rgb, low)), d8, red + j);
     hn::StoreU(hn::DemoteTo(d8, hn::And(hn::ShiftRight<8>(rgb), low)), d8, green + j);
     hn::StoreU(hn::DemoteTo(d8, hn::ShiftRight<16>(rgb)), d8, blue + j);
