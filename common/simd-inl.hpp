@@ -52,14 +52,12 @@ HWY_INLINE hn::Vec<D> WidenToDouble(D d, V v) {
 // The doubles of s (already integral, within [-2^31, 2^31)) as T's lanes;
 // the integer demotions saturate, which these values never need.
 template <class T, class D>
-HWY_INLINE hn::Vec<hn::Rebind<T, D>> DemoteIntegral(D d, hn::Vec<D> s) {
-  hn::Rebind<std::int32_t, D> di32;
-  auto const i = hn::DemoteTo(di32, s);  // truncates; exact here
+HWY_INLINE hn::Vec<hn::Rebind<T, D>> DemoteIntegral(D, hn::Vec<D> s) {
+  auto const i = hn::DemoteTo(hn::Rebind<std::int32_t, D>(), s);  // truncates; exact here
   if constexpr (std::is_same_v<T, std::int32_t>)
     return i;
   else
     return hn::DemoteTo(hn::Rebind<T, D>(), i);
-  (void)d;
 }
 
 // saturateRoundHalfAway<T> for the integer types of at most 32 bits: NaN
