@@ -98,8 +98,8 @@ void HsvFloating(In const* HWY_RESTRICT in, std::size_t p, Out scale, Out* HWY_R
     auto const y = hn::IfThenElse(blueOverGreen, g, b);
     auto const k = hn::IfThenElse(greenMax, greenOffset,
                                   hn::IfThenElse(redMax, zero, hn::IfThenElse(blueMax, blueOffset, magentaOffset)));
-    // m: without blue over green the smaller of b and x; with blue the
-    // largest the smaller of g and r; else g.
+    // m: without blue over green, the smaller of b and x; with blue the
+    // largest, the smaller of g and r; otherwise g.
     auto const mNoBlue = hn::IfThenElse(hn::Lt(b, x), b, x);
     auto const mBlue = hn::IfThenElse(hn::Lt(g, r), g, r);
     auto const m = hn::IfThenElse(blueOverGreen, hn::IfThenElse(blueMax, mBlue, g), mNoBlue);
