@@ -7,7 +7,14 @@ median, their ratio (above 1: we are slower), and our effective bandwidth
 (bytes read + written per second) next to that of a plain memory copy of the
 same bytes, the physical reference. The table is also written as JSON.
 
-    /usr/bin/python3 bench/compare.py [--megapixels 12] [--repeat 7] [--json FILE]
+    /usr/bin/python3 bench/compare.py [--megapixels 12] [--repeat 7] [--json FILE] [--only FAMILY ...]
+
+Each family of rows is one function below (gray_rows, hsv_rows, ...), given the
+table and the shared inputs; main() runs them in order. Our image-processing
+built-ins get column-major (Fortran-ordered) input, their own layout; every
+other tool gets its natural C-ordered layout. Beside the JSON goes a bar chart
+(compare.png) of our time over the fastest other tool's, per row, with the
+goal of each row where one is set.
 """
 
 import argparse
@@ -68,9 +75,9 @@ class Table:
         self.repeat = repeat
         self.rows = []
 
-    def add(self, op, ours, others, moved_bytes, note=""):
+    def add(self, op, ours, others, moved_bytes, note="", goal=None):
         """ours: a callable; others: {tool: callable or None}; moved_bytes:
-        bytes read + written by one run."""
+        bytes read + written by one run; goal: the ratio to stay at or under."""
         t_ours = median_time(ours, self.repeat)
         timed = {name: median_time(fn, self.repeat) for name, fn in others.items() if fn is not None}
         best = min(timed, key=timed.get) if timed else None
@@ -85,6 +92,7 @@ class Table:
             "ours_gbps": moved_bytes / t_ours / 1e9,
             "copy_gbps": moved_bytes / t_copy / 1e9,
             "note": note,
+            "goal": goal,
         }
         self.rows.append(row)
         print(self.format_row(row), flush=True)
@@ -117,76 +125,72 @@ def photo(megapixels):
     return np.ascontiguousarray(qz.resize(base, size=(round(h * s), round(w * s))))
 
 
-def main():
-    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    ap.add_argument("--megapixels", type=float, default=12.0, help="size of the test image (default 12)")
-    ap.add_argument("--repeat", type=int, default=7, help="timed runs per tool; the median is kept (default 7)")
-    ap.add_argument("--json", default=os.path.join(HERE, "results", "compare.json"), help="where to write the table")
-    args = ap.parse_args()
-    if args.megapixels <= 0 or args.repeat < 1:
-        ap.error("--megapixels must be positive and --repeat at least 1")
+class Inputs:
+    """The photo in each class the rows use, C-ordered for the other tools
+    and Fortran-ordered for us, made once."""
 
-    img = photo(args.megapixels)  # H x W x 3 uint8, C order: what every tool reads
-    h, w = img.shape[:2]
-    pixels = h * w
+    def __init__(self, img):
+        self.img = img
+        self.h, self.w = img.shape[:2]
+        self.pixels = self.h * self.w
+        self.rng = np.random.default_rng(0)
+        self.rgb = {
+            "uint8": img,
+            "uint16": img.astype(np.uint16) * 257,
+            "single": img.astype(np.float32) / 255,
+            "double": img.astype(np.float64) / 255,
+        }
+        self.rgb_f = {k: np.asfortranarray(v) for k, v in self.rgb.items()}
+
+
+def one_thread(fn):
+    """fn with OpenCV limited to the calling thread (for serial built-ins)."""
+
+    def run():
+        cv2.setNumThreads(1)
+        try:
+            return fn()
+        finally:
+            cv2.setNumThreads(-1)
+
+    return run
+
+
+GRAY_WEIGHTS = np.array([0.298936021293776, 0.587043074451121, 0.114020904255103])
+
+
+def gray_rows(t, x):
+    goals = {"uint8": 1.0, "uint16": 1.0, "single": 1.0, "double": 0.7}
+    for cls, goal in goals.items():
+        img, img_f = x.rgb[cls], x.rgb_f[cls]
+        others = {}
+        if cv2 and cls == "double":
+            # cvtColor takes no doubles; transform is OpenCV's weighted channel sum.
+            others["OpenCV transform"] = lambda img=img: cv2.transform(img, GRAY_WEIGHTS.reshape(1, 3))
+        elif cv2:
+            others["OpenCV cvtColor"] = lambda img=img: cv2.cvtColor(img, cv2.COLOR_RGB2GRAY)
+        if cls == "uint8":
+            others["Pillow convert('L')"] = lambda: Image.fromarray(img).convert("L")
+        size = img.itemsize
+        t.add(f"rgb2gray {cls}", lambda img_f=img_f: qz.rgb2gray(img_f), others, x.pixels * 4 * size, goal=goal)
+
+
+def hsv_rows(t, x):
+    rows = [("uint8", "rgb2hsv uint8 -> double", 1.3, 3 + 24), ("single", "rgb2hsv single", 1.1, 24)]
+    for cls, op, goal, moved in rows:
+        img, img_f = x.rgb[cls], x.rgb_f[cls]
+        code = cv2.COLOR_RGB2HSV_FULL if cls == "uint8" else cv2.COLOR_RGB2HSV
+        tool = "OpenCV cvtColor (uint8 out)" if cls == "uint8" else "OpenCV cvtColor"
+        others = {
+            tool: (lambda img=img: cv2.cvtColor(img, code)) if cv2 else None,
+            "scikit-image rgb2hsv": (lambda img=img: skimage.color.rgb2hsv(img)) if skimage else None,
+        }
+        t.add(op, lambda img_f=img_f: qz.rgb2hsv(img_f), others, x.pixels * moved, goal=goal)
+
+
+def resize_rows(t, x):
+    img, h, w = x.img, x.h, x.w
     pil = Image.fromarray(img)
-    print(
-        f"{w}x{h} RGB ({pixels / 1e6:.1f} MP), median of {args.repeat} runs; "
-        f"{os.cpu_count()} cores, {platform.processor() or platform.machine()}, Python {platform.python_version()}, "
-        f"NumPy {np.__version__}, OpenCV {cv2.__version__ if cv2 else 'absent'}, "
-        f"Pillow {Image.__version__}, scikit-image {skimage.__version__ if skimage else 'absent'}\n"
-    )
-    print(Table.header())
-    t = Table(args.repeat)
-
-    # ---- rgb2gray ----
-    wts = np.array([0.298936021293776, 0.587043074451121, 0.114020904255103])
-
-    def numpy_gray():
-        return (img @ wts + 0.5).astype(np.uint8)
-
-    t.add(
-        "rgb2gray uint8",
-        lambda: qz.rgb2gray(img),
-        {
-            "OpenCV cvtColor": (lambda: cv2.cvtColor(img, cv2.COLOR_RGB2GRAY)) if cv2 else None,
-            "Pillow convert('L')": lambda: pil.convert("L"),
-            "NumPy matmul": numpy_gray,
-        },
-        pixels * 4,
-    )
-    imgf = img.astype(np.float32) / 255
-    t.add(
-        "rgb2gray single",
-        lambda: qz.rgb2gray(imgf),
-        {
-            "OpenCV cvtColor": (lambda: cv2.cvtColor(imgf, cv2.COLOR_RGB2GRAY)) if cv2 else None,
-            "NumPy matmul": lambda: np.clip(imgf @ wts.astype(np.float32), 0, 1),
-        },
-        pixels * 16,
-    )
-
-    # ---- rgb2hsv ----
-    t.add(
-        "rgb2hsv uint8 -> double",
-        lambda: qz.rgb2hsv(img),
-        {
-            "OpenCV cvtColor (uint8 out)": (lambda: cv2.cvtColor(img, cv2.COLOR_RGB2HSV_FULL)) if cv2 else None,
-            "scikit-image rgb2hsv": (lambda: skimage.color.rgb2hsv(img)) if skimage else None,
-        },
-        pixels * (3 + 24),
-    )
-    t.add(
-        "rgb2hsv single",
-        lambda: qz.rgb2hsv(imgf),
-        {
-            "OpenCV cvtColor": (lambda: cv2.cvtColor(imgf, cv2.COLOR_RGB2HSV_FULL)) if cv2 else None,
-            "scikit-image rgb2hsv": (lambda: skimage.color.rgb2hsv(imgf)) if skimage else None,
-        },
-        pixels * 24,
-    )
-
-    # ---- resize ----
     for s in (0.5, 0.25, 2.0):
         oh, ow = int(np.ceil(h * s)), int(np.ceil(w * s))
         others = {"Pillow BICUBIC": lambda: pil.resize((ow, oh), Image.BICUBIC)}
@@ -194,7 +198,7 @@ def main():
             others["OpenCV INTER_CUBIC"] = lambda: cv2.resize(img, (ow, oh), interpolation=cv2.INTER_CUBIC)
             if s < 1:
                 others["OpenCV INTER_AREA"] = lambda: cv2.resize(img, (ow, oh), interpolation=cv2.INTER_AREA)
-        t.add(f"resize {s}x bicubic uint8", lambda: qz.resize(img, scale=s), others, pixels * 3 + oh * ow * 3)
+        t.add(f"resize {s}x bicubic uint8", lambda: qz.resize(img, scale=s), others, x.pixels * 3 + oh * ow * 3)
     if skimage:
         small = np.ascontiguousarray(img[:512, :512])
         t.add(
@@ -206,42 +210,46 @@ def main():
             "scikit-image is too slow for the full image",
         )
 
-    # ---- ind2rgb8 ----
-    rng = np.random.default_rng(0)
-    cmap = rng.uniform(0, 1, (256, 3))
-    lut = (cmap * 255 + 0.5).astype(np.uint8)
-    index = rng.integers(0, 256, (h, w), dtype=np.uint8)
-    index_f = np.asfortranarray(index)
-    lut3 = lut.reshape(256, 1, 3)
 
-    def cv_lut():
-        return cv2.LUT(cv2.merge([index, index, index]), lut3)
+def ind2rgb8_rows(t, x):
+    cmap = x.rng.uniform(0, 1, (256, 3))
+    lut = (cmap * 255 + 0.5).astype(np.uint8)
+    index = x.rng.integers(0, 256, (x.h, x.w), dtype=np.uint8)
+    index_f = np.asfortranarray(index)
+    luts = [np.ascontiguousarray(lut[:, c]) for c in range(3)]
+
+    def cv_lut_planar():
+        # One LUT call per output plane: the planar result ind2rgb8 gives.
+        return [cv2.LUT(index, luts[c]) for c in range(3)]
 
     t.add(
         "ind2rgb8 uint8 index",
         lambda: qz.ind2rgb8(index_f, cmap),
-        {"NumPy fancy indexing": lambda: lut[index], "OpenCV LUT": cv_lut if cv2 else None},
-        pixels * 4,
+        {"NumPy fancy indexing": lambda: lut[index], "OpenCV LUT, 3 calls, planar": cv_lut_planar if cv2 else None},
+        x.pixels * 4,
+        goal=0.5,
     )
 
-    # ---- grayto8 ----
-    gray = rng.uniform(0, 1, (h, w))
-    gray_f = np.asfortranarray(gray)
 
-    def numpy_to8():
-        return (np.clip(gray, 0, 1) * 255 + 0.5).astype(np.uint8)
+def grayto8_rows(t, x):
+    gray = {
+        "double": x.rng.uniform(0, 1, (x.h, x.w)),
+        "single": x.rng.uniform(0, 1, (x.h, x.w)).astype(np.float32),
+        "uint16": x.rng.integers(0, 65536, (x.h, x.w), dtype=np.uint16),
+    }
+    for cls, g in gray.items():
+        g_f = np.asfortranarray(g)
+        alpha = 1 / 257 if cls == "uint16" else 255.0
+        others = {"OpenCV convertScaleAbs": one_thread(lambda g=g, a=alpha: cv2.convertScaleAbs(g, alpha=a)) if cv2 else None}
+        if cls != "uint16":
+            others["NumPy clip/scale/cast"] = lambda g=g: (np.clip(g, 0, 1) * 255 + 0.5).astype(np.uint8)
+        t.add(f"grayto8 {cls} (one thread)", lambda g_f=g_f: qz.grayto8(g_f), others, x.pixels * (g.itemsize + 1),
+              goal=1.0)
 
-    t.add(
-        "grayto8 double",
-        lambda: qz.grayto8(gray_f),
-        {
-            "NumPy clip/scale/cast": numpy_to8,
-            "OpenCV convertScaleAbs": (lambda: cv2.convertScaleAbs(gray, alpha=255.0)) if cv2 else None,
-        },
-        pixels * 9,
-    )
 
-    # ---- cq ----
+def cq_rows(t, x):
+    img = x.img
+    pil = Image.fromarray(img)
     methods = {"Pillow MEDIANCUT": Image.Quantize.MEDIANCUT, "Pillow MAXCOVERAGE": Image.Quantize.MAXCOVERAGE,
                "Pillow FASTOCTREE": Image.Quantize.FASTOCTREE}
     if features.check("libimagequant"):
@@ -256,12 +264,83 @@ def main():
             q = pil.quantize(k, method=m)
             notes.append(f"{name.split()[1]} {psnr(img, np.asarray(q.convert('RGB'))):.2f}")
             others[name] = (lambda m=m: pil.quantize(k, method=m))
-        t.add(f"cq {k} colours", lambda: qz.cq(img_f, k), others, pixels * 4, ", ".join(notes))
+        t.add(f"cq {k} colours", lambda: qz.cq(img_f, k), others, x.pixels * 4, ", ".join(notes))
+
+
+FAMILIES = {
+    "rgb2gray": gray_rows,
+    "rgb2hsv": hsv_rows,
+    "resize": resize_rows,
+    "ind2rgb8": ind2rgb8_rows,
+    "grayto8": grayto8_rows,
+    "cq": cq_rows,
+}
+
+
+def write_chart(rows, path):
+    """Our time over the fastest other tool's per row (log scale), with the
+    row's goal as a tick where one is set."""
+    try:
+        import matplotlib
+
+        matplotlib.use("Agg")
+        import matplotlib.pyplot as plt
+    except ImportError:
+        print("matplotlib is absent: no chart written")
+        return
+    rows = [r for r in rows if r["ratio"] is not None]
+    names = [f"{r['operation']}\nvs {r['best_other']}" for r in rows]
+    ratios = [r["ratio"] for r in rows]
+    fig, ax = plt.subplots(figsize=(10, 0.45 * len(rows) + 1.5))
+    ys = np.arange(len(rows))
+    colours = ["tab:green" if (r["goal"] is None and r["ratio"] <= 1) or (r["goal"] is not None and r["ratio"] <= r["goal"])
+               else "tab:red" for r in rows]
+    ax.barh(ys, ratios, color=colours)
+    for y, r in zip(ys, rows):
+        if r["goal"] is not None:
+            ax.plot([r["goal"]] * 2, [y - 0.4, y + 0.4], color="black", linewidth=2)
+        ax.text(r["ratio"], y, f" {r['ratio']:.2f}", va="center", fontsize=8)
+    ax.axvline(1.0, color="grey", linestyle="--", linewidth=1)
+    ax.set_xscale("log")
+    ax.set_yticks(ys)
+    ax.set_yticklabels(names, fontsize=7)
+    ax.invert_yaxis()
+    ax.set_xlabel("our time / fastest other tool's (below 1: we are faster; black tick: goal)")
+    ax.set_title("libqzimages next to the fastest other tool, per operation")
+    fig.tight_layout()
+    fig.savefig(path, dpi=110)
+    print(f"chart written to {path}")
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    ap.add_argument("--megapixels", type=float, default=12.0, help="size of the test image (default 12)")
+    ap.add_argument("--repeat", type=int, default=7, help="timed runs per tool; the median is kept (default 7)")
+    ap.add_argument("--json", default=os.path.join(HERE, "results", "compare.json"), help="where to write the table")
+    ap.add_argument("--only", nargs="+", choices=list(FAMILIES), help="run only these families of rows")
+    args = ap.parse_args()
+    if args.megapixels <= 0 or args.repeat < 1:
+        ap.error("--megapixels must be positive and --repeat at least 1")
+
+    img = photo(args.megapixels)  # H x W x 3 uint8, C order: what every tool reads
+    x = Inputs(img)
+    print(
+        f"{x.w}x{x.h} RGB ({x.pixels / 1e6:.1f} MP), median of {args.repeat} runs; "
+        f"{os.cpu_count()} cores, {platform.processor() or platform.machine()}, Python {platform.python_version()}, "
+        f"NumPy {np.__version__}, OpenCV {cv2.__version__ if cv2 else 'absent'}, "
+        f"Pillow {Image.__version__}, scikit-image {skimage.__version__ if skimage else 'absent'}\n"
+    )
+    print(Table.header())
+    t = Table(args.repeat)
+    for name, rows in FAMILIES.items():
+        if not args.only or name in args.only:
+            rows(t, x)
 
     os.makedirs(os.path.dirname(os.path.abspath(args.json)), exist_ok=True)
     with open(args.json, "w") as f:
-        json.dump({"image": [h, w, 3], "repeat": args.repeat, "cores": os.cpu_count(), "rows": t.rows}, f, indent=1)
+        json.dump({"image": [x.h, x.w, 3], "repeat": args.repeat, "cores": os.cpu_count(), "rows": t.rows}, f, indent=1)
     print(f"\nwritten to {args.json}")
+    write_chart(t.rows, os.path.join(os.path.dirname(os.path.abspath(args.json)), "compare.png"))
 
 
 if __name__ == "__main__":

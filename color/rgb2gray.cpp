@@ -4,7 +4,6 @@
 
 #include <type_traits>
 
-#include "common/convert.hpp"
 #include "ndarray/ndarray.hpp"
 #include "parallel/loop.hpp"
 #include "qzimages/qzimages.hpp"
@@ -24,54 +23,13 @@ GrayWeightTables buildGrayWeightTables() {
 
 GrayWeightTables const kGrayWeightTables = buildGrayWeightTables();
 
-template <class T>
-T grayFromSum(double s, bool clamp) {
-  if (clamp) {
-    if (!(s >= 0))
-      s = 0;  // also NaN
-    else if (s > 1)
-      s = 1;
-  }
-  if constexpr (std::is_floating_point_v<T>)
-    return static_cast<T>(s);
-  else
-    return saturateRoundHalfAway<T>(s);
-}
-
-template <class T>
-T grayOf(T r, T g, T b, bool clamp) {
-  double s = static_cast<double>(r) * kGrayRed + static_cast<double>(g) * kGrayGreen;
-  s = s + static_cast<double>(b) * kGrayBlue;
-  return grayFromSum<T>(s, clamp);
-}
-
-// The sum of the three table entries never exceeds 255.5 (255.50000000000003
-// at white), so truncation alone keeps it in a byte and rounds halves up.
-inline std::uint8_t grayOfBytes(GrayWeightTables const& t, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-  return static_cast<std::uint8_t>(t.red[r] + t.green[g] + t.blue[b]);
-}
-
 }  // namespace
 
 GrayWeightTables const& grayWeightTables() { return kGrayWeightTables; }
 
 template <class T>
 void convertrgb2gray<T>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  std::size_t const b = r.begin(), e = r.end(), p = pixels;
-  if constexpr (std::is_same_v<T, std::uint8_t>) {
-    auto const& t = kGrayWeightTables;
-    if (planar)
-      for (std::size_t i = b; i != e; ++i) output[i] = grayOfBytes(t, input[i], input[p + i], input[2 * p + i]);
-    else
-      for (std::size_t i = b; i != e; ++i)
-        output[i] = grayOfBytes(t, input[3 * i], input[3 * i + 1], input[3 * i + 2]);
-  } else {
-    if (planar)
-      for (std::size_t i = b; i != e; ++i) output[i] = grayOf(input[i], input[p + i], input[2 * p + i], clamp);
-    else
-      for (std::size_t i = b; i != e; ++i)
-        output[i] = grayOf(input[3 * i], input[3 * i + 1], input[3 * i + 2], clamp);
-  }
+  rgb2grayLine<T>(input, pixels, clamp, output, planar, r.begin(), r.end());
 }
 
 template <class T>

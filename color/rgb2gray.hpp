@@ -38,6 +38,13 @@ struct convertrgb2gray {
   void operator()(tbb::blocked_range<std::size_t> const& r) const;
 };
 
+// Converts pixels [begin, end) with the best instruction set the processor
+// offers; the bits are those of the plain per-pixel rule (rgb2gray_rule.hpp)
+// on every one.
+template <class T>
+void rgb2grayLine(T const* input, std::size_t pixels, bool clamp, T* output, bool planar, std::size_t begin,
+                  std::size_t end);
+
 // Runs convertrgb2gray over [0, pixels) in parallel, with the clamp of T's
 // class.
 template <class T>
@@ -57,7 +64,9 @@ void launchRgb2Gray(T const* input, std::size_t pixels, T* output, bool planar);
 
 #define QZ_DECLARE_RGB2GRAY(T)                  \
   extern template struct convertrgb2gray<T>;   \
-  extern template void launchRgb2Gray<T>(T const*, std::size_t, T*, bool);
+  extern template void launchRgb2Gray<T>(T const*, std::size_t, T*, bool); \
+  template <>                                                                \
+  void rgb2grayLine<T>(T const*, std::size_t, bool, T*, bool, std::size_t, std::size_t);
 QZ_FOR_EACH_NUMERIC_TYPE(QZ_DECLARE_RGB2GRAY)
 #undef QZ_DECLARE_RGB2GRAY
 

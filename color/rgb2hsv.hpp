@@ -77,6 +77,18 @@ struct convertrgb2hsvU8 {
   void operator()(tbb::blocked_range<std::size_t> const& r) const;
 };
 
+// Convert pixels [begin, end) with the best instruction set the processor
+// offers, giving the bits of the plain per-pixel rules (rgb2hsv_rule.hpp) on
+// every one, the hue carried over NaN pixels within the call included.
+void rgb2hsvLine(double const* input, std::size_t pixels, double scale, double* output, bool planar,
+                 std::size_t begin, std::size_t end);
+void rgb2hsvLine(float const* input, std::size_t pixels, float scale, float* output, bool planar,
+                 std::size_t begin, std::size_t end);
+void rgb2hsvLine(std::uint16_t const* input, std::size_t pixels, double scale, double* output, bool planar,
+                 std::size_t begin, std::size_t end);
+void rgb2hsvLine(std::uint8_t const* input, std::size_t pixels, double* output, bool planar, std::size_t begin,
+                 std::size_t end);
+
 // Each runs its functor over [0, pixels) in parallel, with the scale of its
 // class (1 for floating input, 255 for bytes, 65535 for uint16).
 void launchRgb2Hsv(double const* input, std::size_t pixels, double* output, bool planar);

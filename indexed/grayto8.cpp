@@ -16,24 +16,8 @@ std::size_t countStoredElements(ndArray_tag const* a) {
   return ndGetNumberOfElements(a);
 }
 
-namespace {
-template <class T, class Convert>
-void convertStrided(T const* in, std::size_t count, std::size_t stride, std::uint8_t* out, Convert convert) {
-  for (std::size_t j = 0; j < count; ++j) out[j] = convert(in[j * stride]);
-}
-}  // namespace
-
-void convertGrayToBytes(double const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
-  convertStrided(in, count, stride, out, offsetUnitToByte);
-}
-
-void convertGrayToBytes(float const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
-  convertStrided(in, count, stride, out, offsetUnitToByteSingle);
-}
-
-void convertGrayToBytes(std::uint16_t const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
-  convertStrided(in, count, stride, out, uint16ToByte);
-}
+// The conversions themselves are in grayto8_hwy.cpp (vector lanes, one copy
+// per instruction set); the per-value rules are those of common/convert.hpp.
 
 }  // namespace qz
 

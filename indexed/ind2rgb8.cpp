@@ -31,14 +31,17 @@ namespace {
 // elements of the three output planes, planeSize apart.
 template <class T, class Functor>
 void lookUp(Functor const& f, LookupRange<T> const& r) {
-  T const* in = r.first.data;
-  std::uint8_t* out = r.second.data;
+  // Local copies: a store through a byte pointer could otherwise alias the
+  // functor and force every field to be reloaded per pixel.
+  T const* __restrict in = r.first.data;
+  std::uint8_t* __restrict out = r.second.data;
   std::size_t const n = r.first.count, plane = r.second.planeSize;
+  Functor const local = f;
   for (std::size_t j = 0; j < n; ++j) {
-    std::uint64_t const i = f.rowOf(in[j]);
-    out[j] = f.red[i];
-    out[plane + j] = f.green[i];
-    out[2 * plane + j] = f.blue[i];
+    std::uint64_t const i = local.rowOf(in[j]);
+    out[j] = local.red[i];
+    out[plane + j] = local.green[i];
+    out[2 * plane + j] = local.blue[i];
   }
 }
 
@@ -48,7 +51,10 @@ void ComputeFunctorDoubleArray::operator()(LookupRange<double> const& r) const {
 
 template <class T>
 void ComputeFunctorUintArray<T>::operator()(LookupRange<T> const& r) const {
-  lookUp<T>(*this, r);
+  if constexpr (std::is_same_v<T, std::uint8_t>)
+    lookUpByteIndices(*this, r.first.data, r.first.count, r.second.data, r.second.planeSize);
+  else
+    lookUp<T>(*this, r);
 }
 
 template struct ComputeFunctorUintArray<std::uint8_t>;

@@ -50,6 +50,11 @@ struct ComputeFunctorUintArray {
   void operator()(LookupRange<T> const& r) const;
 };
 
+// The body of ComputeFunctorUintArray<uint8_t> for n index bytes of one
+// piece, in vector lanes (ind2rgb8_hwy.cpp); plane is the output plane size.
+void lookUpByteIndices(ComputeFunctorUintArray<std::uint8_t> const& f, std::uint8_t const* in, std::size_t n,
+                       std::uint8_t* out, std::size_t plane);
+
 // The three byte tables of one map, and its row count.
 struct ColourTables {
   std::uint8_t const* red;

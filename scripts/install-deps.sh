@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ binutils   # build toolchain; nm reads the export table
   libtbb-dev                       # oneTBB: the parallel loops of the kernels
+  libhwy-dev                       # Highway: the vector kernels, dispatched by instruction set at run time
   libgtest-dev libgmock-dev        # GoogleTest: the unit suite
   libpng-dev                       # PNG decoding of the sample photos in tests
   libspng-dev                      # PNG reading and writing in the command-line host
@@ -23,7 +24,7 @@ packages=(
 
 # With --compare: the other tools that bench/compare.py measures us against.
 if [[ "${1:-}" == "--compare" ]]; then
-  packages+=(python3-opencv python3-skimage)
+  packages+=(python3-opencv python3-skimage python3-matplotlib)
 fi
 
 missing=()

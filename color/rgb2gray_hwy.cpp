@@ -1,0 +1,154 @@
+// rgb2gray in vector lanes, one copy per instruction set (see qz_simd in
+// CMakeLists.txt), chosen at run time.
+//
+// Each lane does the plain rule's double operations in the plain rule's
+// order (two products summed, then the third product added; the same clamp
+// or rounding and saturation), so every pixel gets the plain rule's bits.
+// Bytes are the exception: their table sum is reproduced by a 22-bit fixed
+// point sum, which the tests check against the table on all 2^24 triples.
+// The 64-bit integer classes, whose conversions to and from double have no
+// vector form here, and the clamp settings the gateway never uses, take the
+// plain rule.
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "color/rgb2gray_hwy.cpp"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+
+#include "hwy/highway.h"
+
+#include "color/rgb2gray.hpp"
+#include "color/rgb2gray_rule.hpp"
+#include "common/simd-inl.hpp"
+
+HWY_BEFORE_NAMESPACE();
+namespace qz {
+namespace HWY_NAMESPACE {
+namespace {
+
+// For bytes: trunc(red[r] + green[g] + blue[b]) of the weight tables equals
+// (r*kR + g*kG + b*kB + kC) >> 22 for every triple.  The weights sum to 2^22
+// and the largest sum, 255*2^22 + kC, stays below 2^31.
+constexpr std::uint32_t kFixedRed = 1253829, kFixedGreen = 2462237, kFixedBlue = 478238, kFixedHalf = 2097144;
+constexpr int kFixedShift = 22;
+
+void GrayBytes(std::uint8_t const* HWY_RESTRICT in, std::size_t p, std::uint8_t* HWY_RESTRICT out, bool planar,
+               std::size_t b, std::size_t e) {
+  hn::ScalableTag<std::uint32_t> d;
+  hn::Rebind<std::uint8_t, decltype(d)> d8;
+  hn::Rebind<std::int32_t, decltype(d)> di;
+  std::size_t const n = hn::Lanes(d);
+  auto const wr = hn::Set(d, kFixedRed), wg = hn::Set(d, kFixedGreen), wb = hn::Set(d, kFixedBlue);
+  auto const half = hn::Set(d, kFixedHalf);
+  std::size_t i = b;
+  for (; i + n <= e; i += n) {
+    hn::Vec<decltype(d8)> r8, g8, b8;
+    if (planar) {
+      r8 = hn::LoadU(d8, in + i);
+      g8 = hn::LoadU(d8, in + p + i);
+      b8 = hn::LoadU(d8, in + 2 * p + i);
+    } else {
+      hn::LoadInterleaved3(d8, in + 3 * i, r8, g8, b8);
+    }
+    auto s = hn::Add(hn::Mul(hn::PromoteTo(d, r8), wr), hn::Mul(hn::PromoteTo(d, g8), wg));
+    s = hn::Add(hn::Add(s, hn::Mul(hn::PromoteTo(d, b8), wb)), half);
+    hn::StoreU(hn::DemoteTo(d8, hn::BitCast(di, hn::ShiftRight<kFixedShift>(s))), d8, out + i);
+  }
+  grayrule::line(in, p, false, out, planar, i, e);
+}
+
+template <class T>
+void GrayWidened(T const* HWY_RESTRICT in, std::size_t p, T* HWY_RESTRICT out, bool planar, std::size_t b,
+                 std::size_t e) {
+  hn::ScalableTag<double> d;
+  hn::Rebind<T, decltype(d)> dt;
+  std::size_t const n = hn::Lanes(d);
+  auto const wr = hn::Set(d, kGrayRed), wg = hn::Set(d, kGrayGreen), wb = hn::Set(d, kGrayBlue);
+  std::size_t i = b;
+  for (; i + n <= e; i += n) {
+    hn::Vec<decltype(dt)> rt, gt, bt;
+    if (planar) {
+      rt = hn::LoadU(dt, in + i);
+      gt = hn::LoadU(dt, in + p + i);
+      bt = hn::LoadU(dt, in + 2 * p + i);
+    } else {
+      hn::LoadInterleaved3(dt, in + 3 * i, rt, gt, bt);
+    }
+    auto s = hn::Add(hn::Mul(WidenToDouble(d, rt), wr), hn::Mul(WidenToDouble(d, gt), wg));
+    s = hn::Add(s, hn::Mul(WidenToDouble(d, bt), wb));
+    if constexpr (std::is_same_v<T, double>) {
+      hn::StoreU(ClampToUnit(d, s), d, out + i);
+    } else if constexpr (std::is_same_v<T, float>) {
+      hn::StoreU(hn::DemoteTo(dt, ClampToUnit(d, s)), dt, out + i);
+    } else {
+      hn::StoreU(SaturateRoundHalfAway<T>(d, s), dt, out + i);
+    }
+  }
+  grayrule::line(in, p, std::is_floating_point_v<T>, out, planar, i, e);
+}
+
+template <class T>
+void GrayKernel(T const* in, std::size_t p, T* out, bool planar, std::size_t b, std::size_t e) {
+  GrayWidened<T>(in, p, out, planar, b, e);
+}
+void GrayKernel(std::uint8_t const* in, std::size_t p, std::uint8_t* out, bool planar, std::size_t b,
+                std::size_t e) {
+  GrayBytes(in, p, out, planar, b, e);
+}
+
+}  // namespace
+
+#define QZ_GRAY_LINE(name, T)                                                                            \
+  void name(T const* in, std::size_t p, T* out, bool planar, std::size_t b, std::size_t e) {             \
+    GrayKernel(in, p, out, planar, b, e);                                                                \
+  }
+QZ_GRAY_LINE(GrayLineF64, double)
+QZ_GRAY_LINE(GrayLineF32, float)
+QZ_GRAY_LINE(GrayLineI8, std::int8_t)
+QZ_GRAY_LINE(GrayLineU8, std::uint8_t)
+QZ_GRAY_LINE(GrayLineI16, std::int16_t)
+QZ_GRAY_LINE(GrayLineU16, std::uint16_t)
+QZ_GRAY_LINE(GrayLineI32, std::int32_t)
+QZ_GRAY_LINE(GrayLineU32, std::uint32_t)
+#undef QZ_GRAY_LINE
+
+}  // namespace HWY_NAMESPACE
+}  // namespace qz
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace qz {
+
+#define QZ_GRAY_DISPATCH(name, T)                                                                       \
+  HWY_EXPORT(name);                                                                                    \
+  template <>                                                                                          \
+  void rgb2grayLine<T>(T const* input, std::size_t pixels, bool clamp, T* output, bool planar,         \
+                       std::size_t begin, std::size_t end) {                                          \
+    if (clamp == std::is_floating_point_v<T>)                                                          \
+      HWY_DYNAMIC_DISPATCH(name)(input, pixels, output, planar, begin, end);                           \
+    else                                                                                               \
+      grayrule::line(input, pixels, clamp, output, planar, begin, end);                                \
+  }
+QZ_GRAY_DISPATCH(GrayLineF64, double)
+QZ_GRAY_DISPATCH(GrayLineF32, float)
+QZ_GRAY_DISPATCH(GrayLineI8, std::int8_t)
+QZ_GRAY_DISPATCH(GrayLineU8, std::uint8_t)
+QZ_GRAY_DISPATCH(GrayLineI16, std::int16_t)
+QZ_GRAY_DISPATCH(GrayLineU16, std::uint16_t)
+QZ_GRAY_DISPATCH(GrayLineI32, std::int32_t)
+QZ_GRAY_DISPATCH(GrayLineU32, std::uint32_t)
+#undef QZ_GRAY_DISPATCH
+
+// No vector form: the plain rule.
+template <>
+void rgb2grayLine<std::int64_t>(std::int64_t const* input, std::size_t pixels, bool clamp, std::int64_t* output,
+                                bool planar, std::size_t begin, std::size_t end) {
+  grayrule::line(input, pixels, clamp, output, planar, begin, end);
+}
+template <>
+void rgb2grayLine<std::uint64_t>(std::uint64_t const* input, std::size_t pixels, bool clamp,
+                                 std::uint64_t* output, bool planar, std::size_t begin, std::size_t end) {
+  grayrule::line(input, pixels, clamp, output, planar, begin, end);
+}
+
+}  // namespace qz
+#endif  // HWY_ONCE
