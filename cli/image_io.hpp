@@ -42,6 +42,17 @@ std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::stri
 // Writes a uint8 or uint16 M-by-N (gray) or M-by-N-by-3 (RGB) array.
 void writePng(std::string const& path, ndArray_tag const* image);
 
+// An image in the files' own order: rows one after another, each pixel's
+// channels together.  As a column-major array that is channels-by-W-by-H,
+// the layout resampling reads in place; the array may hold it under other
+// dimensions (trailing ones of 1 are not kept), so the shape is given here.
+struct InterleavedImage {
+  qzhost::ArrayPtr pixels;
+  std::size_t height = 0, width = 0, channels = 0;  // channels: 1 or 3
+};
+InterleavedImage readInterleaved(std::string const& path);
+void writePng(std::string const& path, InterleavedImage const& image);
+
 // Writes a palette PNG from uint8 indices and a uint8 K-by-3 map, K <= 256.
 void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_tag const* map);
 

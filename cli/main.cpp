@@ -178,8 +178,8 @@ int cmdResize(std::string const& in, double scale, std::string const& size, std:
               bool noAntialias, std::string const& out) {
   auto method = qzfilters::parseMethod(methodName);
   if (!method) throw UsageError("unknown method '" + methodName + "'");
-  ArrayPtr img = readImage(in);
-  auto d = qzhost::dimsOf(img.get());
+  // The decoder's rows as they are: both passes read them in place.
+  InterleavedImage img = readInterleaved(in);
   std::size_t rows, cols;
   double sRows, sCols;
   if (!size.empty()) {
@@ -190,16 +190,26 @@ int cmdResize(std::string const& in, double scale, std::string const& size, std:
       throw UsageError("--size must be HxW with H and W from 1 to 65536, e.g. 300x400");
     rows = h;
     cols = w;
-    sRows = double(h) / double(d[0]);
-    sCols = double(w) / double(d[1]);
+    sRows = double(h) / double(img.height);
+    sCols = double(w) / double(img.width);
   } else {
     if (!(scale > 0) || !std::isfinite(scale)) throw UsageError("--scale must be a positive number");
-    rows = qzfilters::outputLength(d[0], scale);
-    cols = qzfilters::outputLength(d[1], scale);
+    rows = qzfilters::outputLength(img.height, scale);
+    cols = qzfilters::outputLength(img.width, scale);
     if (rows > (1u << 16) || cols > (1u << 16)) throw UsageError("--scale makes the image too large");
     sRows = sCols = scale;
   }
-  writePng(out, resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get());
+  qzcall::ResampleRequest r{rows, cols, sRows, sCols, *method, !noAntialias};
+  InterleavedImage result;
+  result.pixels = qzcall::resampleInterleaved(
+      img.pixels.get(), img.height, img.width, img.channels, r,
+      [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x, ndArray_tag const* dim) {
+        return std::move(run(pximages::_imresize, 1, {a, w, x, dim})[0]);
+      });
+  result.height = rows;
+  result.width = cols;
+  result.channels = img.channels;
+  writePng(out, result);
   return 0;
 }
 
