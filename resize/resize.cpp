@@ -14,6 +14,7 @@
 
 #include "common/convert.hpp"
 #include "parallel/loop.hpp"
+#include "resize/resize_lanes.hpp"
 
 namespace qz {
 namespace {
@@ -92,162 +93,30 @@ void resizeColumnItemsScalar(Kernel const& k, std::size_t first, std::size_t las
   }
 }
 
-// Output columns [first, last) over every row of every plane, one element at
-// a time; the complex row kernels run this way.
-template <class Kernel>
-void resizeRowColumnsScalar(Kernel const& k, std::size_t first, std::size_t last) {
-  for (std::size_t p = 0; p < k.planes; ++p)
-    for (std::size_t r = 0; r < k.rows; ++r) {
-      std::size_t const s = p * k.rows * k.srcCols + r, d = p * k.rows * k.dstCols + r;
-      for (std::size_t i = first; i < last; ++i)
-        k.dst[d + i * k.rows] = elementValue(k.src, s, k.weights + i * k.taps, k.offsets + i * k.taps, k.taps);
-    }
-}
-
-// ---- Real kernels in vector-friendly loop orders ------------------------------
-//
-// Every element still gets the sum of its taps in tap order, starting from
-// +0.0, each term a product added on its own (no fused multiply-add), and the
-// conversion of fromWeightedSum.  Only the order in which elements are
-// visited changes: the loops that run in vector lanes go across elements
-// that are independent of each other.
-
-// fromWeightedSum written as selections instead of branches, so that a loop
-// of conversions can run in vector lanes.  It stores the same value for
-// every sum: the two saturation tests are the same comparisons, and a NaN
-// sum, which fails both, stores what the processor's truncation leaves.
-template <class E>
-inline E laneValue(double s) {
-  if constexpr (std::is_same_v<E, double>) {
-    return s;
-  } else if constexpr (std::is_same_v<E, float>) {
-    return static_cast<float>(s);
-  } else {
-    constexpr double lo = minAsDouble<E>(), hi = maxAsDouble<E>();
-    double v;
-    if constexpr (std::is_unsigned_v<E>)
-      v = s + 0.5;
-    else
-      v = 0 > s ? s - 0.5 : s + 0.5;
-    v = lo > v ? lo : v;
-    v = v > hi ? hi : v;
-    constexpr double nanValue = std::is_same_v<E, std::int32_t> ? lo : 0.0;
-    v = v == v ? v : nanValue;
-    // v now lies in [lo, hi], where the truncation is exact and defined.
-    if constexpr (std::is_unsigned_v<E> && sizeof(E) == 4)
-      return static_cast<E>(static_cast<std::int64_t>(v));
-    else
-      return static_cast<E>(static_cast<std::int32_t>(v));
-  }
-}
-
-// Rows of one output column that the row kernel sums in registers at once.
-constexpr std::size_t kRowTile = 16;
-
-// n consecutive elements (n <= U) of one output column of the row kernel:
-// tap k reads n consecutive source elements from base + o[k].  With n = U
-// known at compile time the accumulators stay in registers.
-template <std::size_t U, bool Full, class E>
-inline void sumRowTile(E const* src, std::size_t base, double const* w, std::size_t const* o, std::size_t taps,
-                       E* out, std::size_t n) {
-  std::size_t const len = Full ? U : n;
-  double acc[U];
-  for (std::size_t u = 0; u < len; ++u) acc[u] = 0.0;
-  for (std::size_t k = 0; k < taps; ++k) {
-    std::size_t const from = base + o[k];
-    double const wk = w[k];
-    for (std::size_t u = 0; u < len; ++u) acc[u] = acc[u] + static_cast<double>(src[from + u]) * wk;
-  }
-  for (std::size_t u = 0; u < len; ++u) out[u] = laneValue<E>(acc[u]);
-}
-
-// Output columns [first, last) of the real row kernel.  A column of the
-// image is contiguous, so each output column is computed down its rows in
-// tiles, with contiguous loads and stores.  Short columns (an interleaved
-// image's channels, say) go a pixel at a time.
-template <class E>
-void resizeRowColumnsReal(ResizeRows<E, E> const& k, std::size_t first, std::size_t last) {
+// Output columns [first, last) of the row kernel.  A column of the image is
+// contiguous, so each output column is computed down its rows, with
+// contiguous loads and stores, in vector lanes.  Complex columns are their
+// interleaved parts, twice as many reals, each part summed and converted on
+// its own.
+template <class E, class Kernel>
+void resizeRowColumnsLanes(Kernel const& k, std::size_t first, std::size_t last) {
+  constexpr std::size_t parts = std::is_arithmetic_v<std::remove_const_t<typename KernelIO<Kernel>::In>> ? 1 : 2;
+  auto const* src = reinterpret_cast<E const*>(k.src);
+  auto* dst = reinterpret_cast<E*>(k.dst);
   std::size_t const m = k.rows, t = k.taps;
   for (std::size_t p = 0; p < k.planes; ++p) {
     std::size_t const s = p * m * k.srcCols, d = p * m * k.dstCols;
-    for (std::size_t i = first; i < last; ++i) {
-      double const* w = k.weights + i * t;
-      std::size_t const* o = k.offsets + i * t;
-      E* out = k.dst + (d + i * m);
-      if (m == 3) {
-        sumRowTile<3, true>(k.src, s, w, o, t, out, 3);
-        continue;
-      }
-      std::size_t r = 0;
-      for (; r + kRowTile <= m; r += kRowTile) sumRowTile<kRowTile, true>(k.src, s + r, w, o, t, out + r, kRowTile);
-      if (r < m) sumRowTile<kRowTile, false>(k.src, s + r, w, o, t, out + r, m - r);
-    }
+    for (std::size_t i = first; i < last; ++i)
+      resizeRowColumn<E>(src, parts * s, k.weights + i * t, k.offsets + i * t, parts, t, dst + parts * (d + i * m),
+                         parts * m);
   }
-}
-
-// The column kernel on tiles of kColTile columns: a window of source rows of
-// the tile is widened to double and interleaved (row-major across the
-// tile's columns), so that each tap is one contiguous load for all columns;
-// the results of kColOutputs positions are gathered per column and stored
-// contiguously.  A window is bounded; outputs whose taps spread wider than
-// kWindowRows source rows go one element at a time.
-constexpr std::size_t kColTile = 8;
-constexpr std::size_t kColOutputs = 64;
-constexpr std::size_t kWindowRows = 512;
-
-template <class E>
-void resizeColumnTile(ResizeCols<E, E> const& k, std::size_t j) {
-  std::size_t const m = k.srcRows, len = k.dstRows, t = k.taps;
-  double window[kWindowRows * kColTile];
-  E results[kColOutputs * kColTile];
-  for (std::size_t i0 = 0; i0 < len; i0 += kColOutputs) {
-    std::size_t const i1 = std::min(len, i0 + kColOutputs);
-    std::size_t lo = SIZE_MAX, hi = 0;
-    for (std::size_t e = i0 * t; e < i1 * t; ++e) {
-      lo = std::min(lo, k.offsets[e]);
-      hi = std::max(hi, k.offsets[e]);
-    }
-    if (t == 0) lo = hi = 0;
-    if (hi - lo >= kWindowRows) {
-      for (std::size_t c = 0; c < kColTile; ++c)
-        for (std::size_t i = i0; i < i1; ++i)
-          k.dst[(j + c) * len + i] = elementValue(k.src, (j + c) * m, k.weights + i * t, k.offsets + i * t, t);
-      continue;
-    }
-    std::size_t const rows = t == 0 ? 0 : hi - lo + 1;
-    for (std::size_t c = 0; c < kColTile; ++c) {
-      std::size_t const from = (j + c) * m + lo;
-      for (std::size_t r = 0; r < rows; ++r) window[r * kColTile + c] = static_cast<double>(k.src[from + r]);
-    }
-    for (std::size_t i = i0; i < i1; ++i) {
-      double acc[kColTile];
-      for (std::size_t c = 0; c < kColTile; ++c) acc[c] = 0.0;
-      double const* w = k.weights + i * t;
-      std::size_t const* o = k.offsets + i * t;
-      for (std::size_t q = 0; q < t; ++q) {
-        double const* row = window + (o[q] - lo) * kColTile;
-        double const wq = w[q];
-        for (std::size_t c = 0; c < kColTile; ++c) acc[c] = acc[c] + row[c] * wq;
-      }
-      for (std::size_t c = 0; c < kColTile; ++c) results[(i - i0) * kColTile + c] = laneValue<E>(acc[c]);
-    }
-    for (std::size_t c = 0; c < kColTile; ++c)
-      for (std::size_t i = i0; i < i1; ++i) k.dst[(j + c) * len + i] = results[(i - i0) * kColTile + c];
-  }
-}
-
-template <class E>
-void resizeColumnItemsReal(ResizeCols<E, E> const& k, std::size_t first, std::size_t last) {
-  std::size_t j = first;
-  for (; j + kColTile <= last; j += kColTile) resizeColumnTile(k, j);
-  resizeColumnItemsScalar(k, j, last);
 }
 
 }  // namespace
 
 template <class In, class Out>
 void ResizeCols<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  resizeColumnItemsReal(*this, r.begin(), r.end());
+  resizeColumnItems<In>(src, dst, weights, offsets, srcRows, dstRows, taps, r.begin(), r.end());
 }
 
 template <class In, class Out>
@@ -257,7 +126,7 @@ void ResizeColsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> cons
 
 template <class In, class Out>
 void ResizeRows<In, Out>::columns(std::size_t first, std::size_t last) const {
-  resizeRowColumnsReal(*this, first, last);
+  resizeRowColumnsLanes<In>(*this, first, last);
 }
 
 template <class In, class Out>
@@ -269,12 +138,12 @@ void ResizeRows<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) c
 
 template <class In, class Out>
 void ResizeRowsComplex<In, Out>::columns(std::size_t first, std::size_t last) const {
-  resizeRowColumnsScalar(*this, first, last);
+  resizeRowColumnsLanes<PartOf<In>>(*this, first, last);
 }
 
 template <class In, class Out>
 void ResizeRowsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  for (std::size_t b = r.begin(); b != r.end(); ++b) columns(b * blockSize, b * blockSize + blockSize);
+  columns(r.begin() * blockSize, r.end() * blockSize);
 }
 
 template <class Functor>
