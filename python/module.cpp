@@ -536,6 +536,24 @@ PYBIND11_MODULE(_qzimages, m) {
   m.def(
       "_input_copies", [] { return gInputCopies; },
       "How many input conversions (layout or byte order) the module has made so far; for tests.");
+  m.def(
+      "_filter",
+      [](std::size_t inLength, std::size_t outLength, double scale, std::string const& method, bool antialias) {
+        auto kind = qzfilters::parseMethod(method);
+        if (!kind) throw py::value_error("unknown method '" + method + "'");
+        qzfilters::Filter f = qzfilters::makeFilter(inLength, outLength, scale, *kind, antialias);
+        std::vector<py::ssize_t> shape{static_cast<py::ssize_t>(f.taps), static_cast<py::ssize_t>(f.outLength)};
+        auto table = [&](std::vector<double> const& v) {
+          py::array_t<double, py::array::f_style> a(shape);
+          if (!v.empty()) std::memcpy(a.mutable_data(), v.data(), v.size() * sizeof(double));
+          return a;
+        };
+        return py::make_tuple(table(f.weights), table(f.indices));
+      },
+      py::arg("in_length"), py::arg("out_length"), py::arg("scale"), py::arg("method") = "bicubic",
+      py::arg("antialias") = true,
+      "The weights and 1-based indices (taps x out_length, F-ordered) that resize() hands to imresize for one "
+      "dimension; for benchmarks that call imresize directly.");
 
   m.def("rgb2gray", &rgb2gray, py::arg("img"), R"doc(
 Weighted luminance 0.298936021293776 R + 0.587043074451121 G + 0.114020904255103 B.

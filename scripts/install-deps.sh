@@ -22,7 +22,7 @@ packages=(
 
 # With --compare: the other tools that bench/compare.py measures us against.
 if [[ "${1:-}" == "--compare" ]]; then
-  packages+=(python3-opencv python3-skimage)
+  packages+=(python3-opencv python3-skimage libvips42)
 fi
 
 missing=()
