@@ -66,7 +66,15 @@ HWY_INLINE void StoreSum(D d, hn::Vec<D> s, E* HWY_RESTRICT out) {
   if constexpr (std::is_same_v<E, double>) {
     hn::StoreU(s, d, out);
   } else if constexpr (std::is_same_v<E, float>) {
-    hn::StoreU(hn::DemoteTo(de, s), de, out);  // rounds to nearest, like the scalar narrowing
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+    // The portable targets' narrowing saturates at the largest float where
+    // the hardware's (and the rule's) rounds to infinity: narrow lane by lane.
+    HWY_ALIGN double lanes[hn::MaxLanes(d)];
+    hn::Store(s, d, lanes);
+    for (std::size_t i = 0; i < hn::Lanes(d); ++i) out[i] = static_cast<float>(lanes[i]);
+#else
+    hn::StoreU(hn::DemoteTo(de, s), de, out);  // rounds to nearest, overflows to infinity
+#endif
   } else {
     auto const zero = hn::Zero(d), half = hn::Set(d, 0.5);
     auto const lo = hn::Set(d, minAsDouble<E>()), hi = hn::Set(d, maxAsDouble<E>());
