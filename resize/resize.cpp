@@ -98,12 +98,20 @@ void resizeColumnItemsScalar(Kernel const& k, std::size_t first, std::size_t las
 // contiguous loads and stores, in vector lanes.  Complex columns are their
 // interleaved parts, twice as many reals, each part summed and converted on
 // its own.
+// Columns shorter than this go across output columns instead (a pixel's
+// channels, say): down so few rows a vector would be mostly empty.
+constexpr std::size_t kNarrowRows = 8;
+
 template <class E, class Kernel>
 void resizeRowColumnsLanes(Kernel const& k, std::size_t first, std::size_t last) {
   constexpr std::size_t parts = std::is_arithmetic_v<std::remove_const_t<typename KernelIO<Kernel>::In>> ? 1 : 2;
   auto const* src = reinterpret_cast<E const*>(k.src);
   auto* dst = reinterpret_cast<E*>(k.dst);
   std::size_t const m = k.rows, t = k.taps;
+  if (parts == 1 && m < kNarrowRows) {
+    resizeRowColumnsNarrow<E>(src, dst, k.weights, k.offsets, m, k.srcCols, k.dstCols, t, k.planes, first, last);
+    return;
+  }
   for (std::size_t p = 0; p < k.planes; ++p) {
     std::size_t const s = p * m * k.srcCols, d = p * m * k.dstCols;
     for (std::size_t i = first; i < last; ++i)

@@ -133,6 +133,77 @@ void RowColumn(E const* HWY_RESTRICT src, std::size_t base, double const* HWY_RE
   for (; r < rows; ++r) out[r] = PlainElement(src, base + r, w, o, scale, taps);
 }
 
+// The row kernel when a column is shorter than a vector (an interleaved
+// image's width pass, where a column is one pixel's channels): the lanes run
+// across the elements of a run of output columns, (column, row) in storage
+// order.  For each tap, a lane's source element and weight come from tables
+// built once per run and used for every plane; each plane's source span is
+// widened to double once and the lanes gather from it.  Runs whose taps are
+// too many or spread too wide for the tables take the plain rule.
+constexpr std::size_t kRunLanes = 256;
+constexpr std::size_t kMaxRunTaps = 32;
+constexpr std::size_t kSpanElements = 4096;
+
+template <class E>
+void RowColumnsNarrow(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
+                      std::size_t const* HWY_RESTRICT offsets, std::size_t rows, std::size_t srcCols,
+                      std::size_t dstCols, std::size_t taps, std::size_t planes, std::size_t first,
+                      std::size_t last) {
+  hn::ScalableTag<double> d;
+  hn::RebindToSigned<decltype(d)> di;
+  std::size_t const n = hn::Lanes(d), m = rows;
+  HWY_ALIGN std::int64_t index[kMaxRunTaps * kRunLanes];
+  HWY_ALIGN double weight[kMaxRunTaps * kRunLanes];
+  HWY_ALIGN double span[kSpanElements];
+  std::size_t const perRun = m == 0 ? 1 : std::max<std::size_t>(1, kRunLanes / m);
+  for (std::size_t i0 = first; i0 < last;) {
+    std::size_t const i1 = std::min(last, i0 + perRun), lanes = (i1 - i0) * m;
+    std::size_t lo = 0, hi = 0;
+    if (taps != 0) {
+      lo = hi = offsets[i0 * taps];
+      for (std::size_t e = i0 * taps; e < i1 * taps; ++e) {
+        lo = std::min(lo, offsets[e]);
+        hi = std::max(hi, offsets[e]);
+      }
+    }
+    if (taps > kMaxRunTaps || hi - lo >= kSpanElements - m) {
+      for (std::size_t p = 0; p < planes; ++p)
+        for (std::size_t i = i0; i < i1; ++i)
+          for (std::size_t r = 0; r < m; ++r)
+            dst[p * m * dstCols + i * m + r] =
+                PlainElement(src, p * m * srcCols + r, weights + i * taps, offsets + i * taps, 1, taps);
+      i0 = i1;
+      continue;
+    }
+    for (std::size_t k = 0; k < taps; ++k)
+      for (std::size_t i = i0; i < i1; ++i)
+        for (std::size_t r = 0; r < m; ++r) {
+          std::size_t const lane = (i - i0) * m + r;
+          index[k * kRunLanes + lane] = static_cast<std::int64_t>(offsets[i * taps + k] - lo + r);
+          weight[k * kRunLanes + lane] = weights[i * taps + k];
+        }
+    std::size_t const width = taps == 0 ? 0 : hi - lo + m;
+    for (std::size_t p = 0; p < planes; ++p) {
+      E const* from = src + (p * m * srcCols + lo);
+      for (std::size_t e = 0; e < width; ++e) span[e] = static_cast<double>(from[e]);
+      E* out = dst + (p * m * dstCols + i0 * m);
+      std::size_t lane = 0;
+      for (; lane + n <= lanes; lane += n) {
+        auto a = hn::Zero(d);
+        for (std::size_t k = 0; k < taps; ++k)
+          a = hn::Add(a, hn::Mul(hn::GatherIndex(d, span, hn::Load(di, index + k * kRunLanes + lane)),
+                                 hn::Load(d, weight + k * kRunLanes + lane)));
+        StoreSum(d, a, out + lane);
+      }
+      for (; lane < lanes; ++lane) {
+        std::size_t const i = i0 + lane / m, r = lane % m;
+        out[lane] = PlainElement(src, p * m * srcCols + r, weights + i * taps, offsets + i * taps, 1, taps);
+      }
+    }
+    i0 = i1;
+  }
+}
+
 // The column kernel on tiles of Lanes(d) columns.  A window of source rows
 // of the tile is widened to double and interleaved across the tile's
 // columns, so that a tap is one vector load for all of them; the results of
@@ -208,6 +279,11 @@ void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
                          std::size_t srcRows, std::size_t dstRows, std::size_t taps, std::size_t first,        \
                          std::size_t last) {                                                                   \
     ColumnItems(src, dst, weights, offsets, srcRows, dstRows, taps, first, last);                              \
+  }                                                                                                            \
+  void RowColumnsNarrow##Name(E const* src, E* dst, double const* weights, std::size_t const* offsets,        \
+                              std::size_t rows, std::size_t srcCols, std::size_t dstCols, std::size_t taps,    \
+                              std::size_t planes, std::size_t first, std::size_t last) {                       \
+    RowColumnsNarrow(src, dst, weights, offsets, rows, srcCols, dstCols, taps, planes, first, last);           \
   }
 QZ_RESIZE_LANES(double, F64)
 QZ_RESIZE_LANES(float, F32)
@@ -229,6 +305,14 @@ namespace qz {
 #define QZ_RESIZE_DISPATCH(E, Name)                                                                              \
   HWY_EXPORT(RowColumn##Name);                                                                                 \
   HWY_EXPORT(ColumnItems##Name);                                                                               \
+  HWY_EXPORT(RowColumnsNarrow##Name);                                                                          \
+  template <>                                                                                                  \
+  void resizeRowColumnsNarrow<E>(E const* src, E* dst, double const* weights, std::size_t const* offsets,     \
+                                 std::size_t rows, std::size_t srcCols, std::size_t dstCols, std::size_t taps, \
+                                 std::size_t planes, std::size_t first, std::size_t last) {                    \
+    HWY_DYNAMIC_DISPATCH(RowColumnsNarrow##Name)(src, dst, weights, offsets, rows, srcCols, dstCols, taps,     \
+                                                 planes, first, last);                                         \
+  }                                                                                                            \
   template <>                                                                                                  \
   void resizeRowColumn<E>(E const* src, std::size_t base, double const* w, std::size_t const* o,               \
                           std::size_t scale, std::size_t taps, E* out, std::size_t rows) {                    \

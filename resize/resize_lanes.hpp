@@ -18,6 +18,14 @@ template <class E>
 void resizeRowColumn(E const* src, std::size_t base, double const* w, std::size_t const* o, std::size_t scale,
                      std::size_t taps, E* out, std::size_t rows);
 
+// Output columns [first, last) of the row kernel over every plane, for
+// columns of a few rows (fewer than a vector holds): the lanes run across
+// the output columns' elements instead of down one column.
+template <class E>
+void resizeRowColumnsNarrow(E const* src, E* dst, double const* weights, std::size_t const* offsets,
+                            std::size_t rows, std::size_t srcCols, std::size_t dstCols, std::size_t taps,
+                            std::size_t planes, std::size_t first, std::size_t last);
+
 // Column items [first, last) of the column kernel (item j reads the srcRows
 // elements from j*srcRows and writes the dstRows from j*dstRows), a tile of
 // columns at a time.
@@ -32,7 +40,10 @@ void resizeColumnItems(E const* src, E* dst, double const* weights, std::size_t 
                           E*, std::size_t);                                                                \
   template <>                                                                                              \
   void resizeColumnItems<E>(E const*, E*, double const*, std::size_t const*, std::size_t, std::size_t,      \
-                            std::size_t, std::size_t, std::size_t);
+                            std::size_t, std::size_t, std::size_t);                                \
+  template <>                                                                                              \
+  void resizeRowColumnsNarrow<E>(E const*, E*, double const*, std::size_t const*, std::size_t, std::size_t, \
+                                 std::size_t, std::size_t, std::size_t, std::size_t, std::size_t);
 QZ_DECLARE_RESIZE_LANES(double)
 QZ_DECLARE_RESIZE_LANES(float)
 QZ_DECLARE_RESIZE_LANES(unsigned char)

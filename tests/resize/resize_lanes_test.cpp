@@ -121,12 +121,46 @@ void checkColumnItems(std::mt19937_64& rng) {
       }
 }
 
+// Short columns, lanes across output columns: every plane, runs of columns
+// starting off vector boundaries, and taps spread wider than a run's span
+// (the plain rule's turn).
+template <class E>
+void checkNarrowColumns(std::mt19937_64& rng) {
+  E const kSentinel = static_cast<E>(77);
+  for (std::size_t m : {1, 2, 3, 7})
+    for (std::size_t srcCols : {5, 3000})
+      for (std::size_t taps : {0, 1, 3, 8, 17, 40})
+        for (auto range : {std::pair<std::size_t, std::size_t>{0, 17}, {3, 12}, {8, 8}, {1, 2}}) {
+          std::size_t const planes = 2, len = 17;
+          auto const src = sources<E>(rng, m * srcCols * planes);
+          auto const w = weights(rng, taps * len);
+          std::vector<std::size_t> o(taps * len);
+          for (auto& x : o) x = (rng() % srcCols) * m;
+          std::vector<E> dst(m * len * planes, kSentinel);
+          qz::resizeRowColumnsNarrow<E>(src.data(), dst.data(), w.data(), o.data(), m, srcCols, len, taps, planes,
+                                        range.first, range.second);
+          for (std::size_t p = 0; p < planes; ++p)
+            for (std::size_t i = 0; i < len; ++i)
+              for (std::size_t r = 0; r < m; ++r) {
+                bool const inside = i >= range.first && i < range.second;
+                E const want = inside ? plain(src.data(), p * m * srcCols + r, w.data() + i * taps,
+                                              o.data() + i * taps, 1, taps)
+                                      : kSentinel;
+                ASSERT_TRUE(sameValue(dst[(p * len + i) * m + r], want))
+                    << "type " << typeid(E).name() << " rows " << m << " columns " << srcCols << " taps " << taps
+                    << " range [" << range.first << ", " << range.second << ") plane " << p << " column " << i
+                    << " row " << r;
+              }
+        }
+}
+
 template <class E>
 void checkType() {
   std::mt19937_64 rng(sizeof(E) * 131 + std::is_signed_v<E>);
   forEachTarget([&] {
     checkRowColumns<E>(rng);
     checkColumnItems<E>(rng);
+    checkNarrowColumns<E>(rng);
   });
 }
 
