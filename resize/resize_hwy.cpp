@@ -220,7 +220,9 @@ template <class E>
 void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
                  std::size_t const* HWY_RESTRICT offsets, std::size_t srcRows, std::size_t dstRows, std::size_t taps,
                  std::size_t first, std::size_t last) {
-  hn::ScalableTag<double> d;
+  // Up to four columns a tile: their rows go into the window as one
+  // interleaving store of four vectors.
+  hn::CappedTag<double, 4> d;
   std::size_t const n = hn::Lanes(d);
   HWY_ALIGN double window[kWindowRows * kMaxLanes];
   E results[kMaxRun * kMaxLanes];
@@ -246,10 +248,19 @@ void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
         continue;
       }
       std::size_t const span = taps == 0 ? 0 : hi - lo + 1;
-      for (std::size_t c = 0; c < n; ++c) {
-        E const* column = src + ((j + c) * srcRows + lo);
-        for (std::size_t r = 0; r < span; ++r) window[r * n + c] = static_cast<double>(column[r]);
+      E const* column = src + (j * srcRows + lo);
+      std::size_t r = 0;
+      if constexpr (hn::MaxLanes(d) == 4) {
+        for (; r + 4 <= span; r += 4)
+          hn::StoreInterleaved4(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r),
+                                LoadWidened(d, column + 2 * srcRows + r), LoadWidened(d, column + 3 * srcRows + r),
+                                d, window + r * 4);
+      } else if constexpr (hn::MaxLanes(d) == 2) {
+        for (; r + 2 <= span; r += 2)
+          hn::StoreInterleaved2(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r), d, window + r * 2);
       }
+      for (; r < span; ++r)
+        for (std::size_t c = 0; c < n; ++c) window[r * n + c] = static_cast<double>(column[c * srcRows + r]);
       for (std::size_t i = i0; i < i1; ++i) {
         double const* w = weights + i * taps;
         std::size_t const* o = offsets + i * taps;
@@ -258,8 +269,29 @@ void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
           a = hn::Add(a, hn::Mul(hn::Load(d, window + (o[q] - lo) * n), hn::Set(d, w[q])));
         StoreSum(d, a, results + (i - i0) * n);
       }
+      // Back to columns: an interleaving load of four outputs' lanes gives
+      // four outputs of each column.
+      hn::Rebind<E, decltype(d)> de;
+      std::size_t i = i0;
+      if constexpr (hn::MaxLanes(d) == 4) {
+        for (; i + 4 <= i1; i += 4) {
+          hn::Vec<decltype(de)> v0, v1, v2, v3;
+          hn::LoadInterleaved4(de, results + (i - i0) * 4, v0, v1, v2, v3);
+          hn::StoreU(v0, de, dst + (j * dstRows + i));
+          hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
+          hn::StoreU(v2, de, dst + ((j + 2) * dstRows + i));
+          hn::StoreU(v3, de, dst + ((j + 3) * dstRows + i));
+        }
+      } else if constexpr (hn::MaxLanes(d) == 2) {
+        for (; i + 2 <= i1; i += 2) {
+          hn::Vec<decltype(de)> v0, v1;
+          hn::LoadInterleaved2(de, results + (i - i0) * 2, v0, v1);
+          hn::StoreU(v0, de, dst + (j * dstRows + i));
+          hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
+        }
+      }
       for (std::size_t c = 0; c < n; ++c)
-        for (std::size_t i = i0; i < i1; ++i) dst[(j + c) * dstRows + i] = results[(i - i0) * n + c];
+        for (std::size_t t = i; t < i1; ++t) dst[(j + c) * dstRows + t] = results[(t - i0) * n + c];
       i0 = i1;
     }
   }
