@@ -15,13 +15,28 @@
 namespace qzcli {
 namespace {
 
+enum class Layout { Planar, Interleaved };
+
 bool isPng(std::string const& b) { return b.size() >= 8 && b.compare(0, 8, "\x89PNG\r\n\x1a\n", 8) == 0; }
 bool isJpeg(std::string const& b) { return b.size() >= 3 && b.compare(0, 3, "\xff\xd8\xff", 3) == 0; }
 
-// Row-major interleaved samples (the files' order) into column-major planes.
+// Row-major interleaved samples (the files' order) into column-major planes,
+// or kept in that order (dropping surplus channels) for the interleaved
+// layout.
 template <class T>
-qzhost::ArrayPtr toPlanar(T const* rows, std::size_t height, std::size_t width, std::size_t channelsIn,
-                          std::size_t channelsOut) {
+qzhost::ArrayPtr toHost(T const* rows, std::size_t height, std::size_t width, std::size_t channelsIn,
+                        std::size_t channelsOut, Layout layout) {
+  if (layout == Layout::Interleaved) {
+    auto a = qzhost::makeArray(ndClassOf<T>::value, {channelsOut * width, height});
+    T* out = qzhost::dataOf<T>(a.get());
+    if (channelsIn == channelsOut) {
+      std::memcpy(out, rows, height * width * channelsIn * sizeof(T));
+    } else {
+      for (std::size_t p = 0; p < height * width; ++p)
+        for (std::size_t c = 0; c < channelsOut; ++c) out[p * channelsOut + c] = rows[p * channelsIn + c];
+    }
+    return a;
+  }
   std::vector<std::size_t> dims{height, width};
   if (channelsOut == 3) dims.push_back(3);
   auto a = qzhost::makeArray(ndClassOf<T>::value, dims);
@@ -102,7 +117,8 @@ unsigned subByteSample(unsigned char const* row, std::size_t x, unsigned depth) 
   return (row[bit / 8] >> shift) & ((1u << depth) - 1);
 }
 
-qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, ReadLimits const& limits) {
+qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, ReadLimits const& limits,
+                         Layout layout, std::size_t& colour) {
   DecodedPng d = decodePng(bytes, path, limits);
   std::size_t const w = d.ihdr.width, h = d.ihdr.height;
   unsigned const depth = d.ihdr.bit_depth, type = d.ihdr.color_type;
@@ -113,13 +129,13 @@ qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, Read
                                                                    : 1;
   bool alpha = channels == 2 || channels == 4 || d.hasTrns;
   if (alpha) std::cerr << "note: " << path << ": alpha channel dropped\n";
-  std::size_t colour = channels >= 3 || type == SPNG_COLOR_TYPE_INDEXED ? 3 : 1;
+  colour = channels >= 3 || type == SPNG_COLOR_TYPE_INDEXED ? 3 : 1;
 
   if (depth == 16) {
     std::vector<std::uint16_t> samples(w * h * channels);
     for (std::size_t y = 0; y < h; ++y)
       std::memcpy(samples.data() + y * w * channels, d.raw.data() + y * d.rowBytes, w * channels * 2);
-    return toPlanar(samples.data(), h, w, channels, colour);
+    return toHost(samples.data(), h, w, channels, colour, layout);
   }
   // 8 bits or fewer: expand sub-byte gray to the full byte range and palette
   // indices to their colours.
@@ -144,7 +160,7 @@ qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, Read
       std::memcpy(&samples[y * w * channels], row, w * channels);
     }
   }
-  return toPlanar(samples.data(), h, w, type == SPNG_COLOR_TYPE_INDEXED ? 3 : channels, colour);
+  return toHost(samples.data(), h, w, type == SPNG_COLOR_TYPE_INDEXED ? 3 : channels, colour, layout);
 }
 
 // libjpeg reports errors through a callback that must not return; it jumps
@@ -220,7 +236,8 @@ bool jpegRead(jpeg_decompress_struct* cinfo, JpegError* err, std::vector<std::ui
 // coefficients of three full-resolution components take six.
 constexpr std::size_t kJpegBytesPerPixel = 8;
 
-qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, ReadLimits const& limits) {
+qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, ReadLimits const& limits,
+                          Layout layout, std::size_t& colour) {
   jpeg_decompress_struct cinfo;
   JpegError err{};
   cinfo.err = jpeg_std_error(&err.mgr);
@@ -239,9 +256,10 @@ qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, Rea
   if (!jpegStart(&cinfo, &err)) throw FileError(path + ": corrupt JPEG: " + err.message);
   std::size_t const w = cinfo.output_width, h = cinfo.output_height;
   std::size_t const channels = static_cast<std::size_t>(cinfo.output_components);
+  colour = channels;
   std::vector<std::uint8_t> pixels;
   if (!jpegRead(&cinfo, &err, pixels, w * channels)) throw FileError(path + ": corrupt JPEG: " + err.message);
-  return toPlanar(pixels.data(), h, w, channels, channels);
+  return toHost(pixels.data(), h, w, channels, channels, layout);
 }
 
 std::string encode(std::string const& path, spng_ihdr ihdr, std::vector<unsigned char> const& rows,
@@ -259,15 +277,40 @@ std::string encode(std::string const& path, spng_ihdr ihdr, std::vector<unsigned
   return std::string(static_cast<char const*>(buf.get()), len);
 }
 
-}  // namespace
+std::string encodeRows(std::string const& path, std::vector<unsigned char> const& rows, std::size_t h, std::size_t w,
+                       std::size_t channels, std::size_t bytesPer) {
+  spng_ihdr ihdr{};
+  ihdr.width = static_cast<std::uint32_t>(w);
+  ihdr.height = static_cast<std::uint32_t>(h);
+  ihdr.bit_depth = static_cast<std::uint8_t>(8 * bytesPer);
+  ihdr.color_type = channels == 3 ? SPNG_COLOR_TYPE_TRUECOLOR : SPNG_COLOR_TYPE_GRAYSCALE;
+  return encode(path, ihdr, rows, nullptr);
+}
 
-qzhost::ArrayPtr decodeImage(std::string const& bytes, std::string const& name, ReadLimits const& limits) {
-  if (isPng(bytes)) return readPng(bytes, name, limits);
-  if (isJpeg(bytes)) return readJpeg(bytes, name, limits);
+qzhost::ArrayPtr decodeAs(std::string const& bytes, std::string const& name, ReadLimits const& limits, Layout layout,
+                          std::size_t& colour) {
+  if (isPng(bytes)) return readPng(bytes, name, limits, layout, colour);
+  if (isJpeg(bytes)) return readJpeg(bytes, name, limits, layout, colour);
   throw FileError(name + ": not a PNG or JPEG file");
 }
 
+}  // namespace
+
+qzhost::ArrayPtr decodeImage(std::string const& bytes, std::string const& name, ReadLimits const& limits) {
+  std::size_t colour = 0;
+  return decodeAs(bytes, name, limits, Layout::Planar, colour);
+}
+
 qzhost::ArrayPtr readImage(std::string const& path) { return decodeImage(readInputFile(path), path); }
+
+InterleavedImage readInterleaved(std::string const& path) {
+  InterleavedImage img;
+  img.pixels = decodeAs(readInputFile(path), path, {}, Layout::Interleaved, img.channels);
+  auto d = qzhost::dimsOf(img.pixels.get());  // (channels * width, height)
+  img.width = d[0] / img.channels;
+  img.height = d[1];
+  return img;
+}
 
 std::optional<IndexedImage> readIndexedPng(std::string const& path) { return decodeIndexedPng(readInputFile(path), path); }
 
@@ -310,12 +353,21 @@ std::string encodePng(ndArray_tag const* image, std::string const& path) {
         else
           std::memcpy(&rows[to * 2], &qzhost::dataOf<std::uint16_t>(image)[from], 2);
       }
-  spng_ihdr ihdr{};
-  ihdr.width = static_cast<std::uint32_t>(w);
-  ihdr.height = static_cast<std::uint32_t>(h);
-  ihdr.bit_depth = static_cast<std::uint8_t>(8 * bytesPer);
-  ihdr.color_type = colour ? SPNG_COLOR_TYPE_TRUECOLOR : SPNG_COLOR_TYPE_GRAYSCALE;
-  return encode(path, ihdr, rows, nullptr);
+  return encodeRows(path, rows, h, w, ch, bytesPer);
+}
+
+std::string encodePng(InterleavedImage const& image, std::string const& path) {
+  ndArray_tag const* a = image.pixels.get();
+  ndClassID cls = ndGetClassID(a);
+  std::size_t const h = image.height, w = image.width, ch = image.channels;
+  if ((cls != ndclass::UInt8 && cls != ndclass::UInt16) || ndIsComplex(a) || (ch != 1 && ch != 3) ||
+      ndGetNumberOfElements(a) != h * w * ch)
+    throw FileError(path + ": only real uint8 or uint16 gray or RGB images can be written as PNG");
+  if (h == 0 || w == 0) throw FileError(path + ": cannot write an empty image as PNG");
+  std::size_t const bytesPer = cls == ndclass::UInt8 ? 1 : 2;
+  // Already in the file's order.
+  auto const* data = static_cast<unsigned char const*>(ndGetData(a));
+  return encodeRows(path, std::vector<unsigned char>(data, data + h * w * ch * bytesPer), h, w, ch, bytesPer);
 }
 
 std::string encodeIndexedPng(ndArray_tag const* index, ndArray_tag const* map, std::string const& path) {

@@ -47,4 +47,15 @@ std::string encodePng(ndArray_tag const* image, std::string const& name);
 // K <= 256.
 std::string encodeIndexedPng(ndArray_tag const* index, ndArray_tag const* map, std::string const& name);
 
+// An image in the files' own order: rows one after another, each pixel's
+// channels together.  As a column-major array that is channels-by-W-by-H,
+// the layout resampling reads in place; the array may hold it under other
+// dimensions (trailing ones of 1 are not kept), so the shape is given here.
+struct InterleavedImage {
+  qzhost::ArrayPtr pixels;
+  std::size_t height = 0, width = 0, channels = 0;  // channels: 1 or 3
+};
+InterleavedImage readInterleaved(std::string const& path);
+std::string encodePng(InterleavedImage const& image, std::string const& name);
+
 }  // namespace qzcli

@@ -217,13 +217,13 @@ int cmdTo8(std::string const& in, std::string const& out) {
   return 0;
 }
 
-// Resamples both dimensions with one imresize call each.
-ArrayPtr resize(ArrayPtr img, qzcall::ResampleRequest const& r) {
-  return qzcall::resample(img.get(), r, [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x,
-                                           ndArray_tag const* dim) {
-    return std::move(run(pximages::_imresize, 1, {a, w, x, dim})[0]);
-  });
+// One imresize call: the runner of both resampling drivers.
+ArrayPtr runImresize(ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x, ndArray_tag const* dim) {
+  return std::move(run(pximages::_imresize, 1, {a, w, x, dim})[0]);
 }
+
+// Resamples both dimensions with one imresize call each.
+ArrayPtr resize(ArrayPtr img, qzcall::ResampleRequest const& r) { return qzcall::resample(img.get(), r, runImresize); }
 
 int cmdResize(std::string const& in, std::optional<std::string> const& scaleText,
               std::optional<std::string> const& size, std::string const& methodName, bool noAntialias,
@@ -245,11 +245,16 @@ int cmdResize(std::string const& in, std::optional<std::string> const& scaleText
   }
   OutputFiles files;
   files.add(out);
-  ArrayPtr img = readImage(in);
-  auto d = qzhost::dimsOf(img.get());
-  qzcall::ResampleRequest r = scale ? qzcall::planResize(d[0], d[1], *scale, *method, !noAntialias)
-                                    : qzcall::planResize(d[0], d[1], h, w, *method, !noAntialias);
-  files.write(out, encodePng(resize(std::move(img), r).get(), out));
+  // The decoder's rows as they are: both passes read them in place.
+  InterleavedImage img = readInterleaved(in);
+  qzcall::ResampleRequest r = scale ? qzcall::planResize(img.height, img.width, *scale, *method, !noAntialias)
+                                    : qzcall::planResize(img.height, img.width, h, w, *method, !noAntialias);
+  InterleavedImage result;
+  result.pixels = qzcall::resampleInterleaved(img.pixels.get(), img.height, img.width, img.channels, r, runImresize);
+  result.height = r.rows;
+  result.width = r.cols;
+  result.channels = img.channels;
+  files.write(out, encodePng(result, out));
   files.commit();
   return 0;
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <stdexcept>
+#include <vector>
 
 #include "filters.hpp"
 #include "qzhost/runtime.hpp"
@@ -54,9 +55,31 @@ ResampleRequest planResize(std::size_t inRows, std::size_t inCols, double scale,
 ResampleRequest planResize(std::size_t inRows, std::size_t inCols, std::size_t outRows, std::size_t outCols,
                            qzfilters::Method method, bool antialias);
 
-// The dimension reduced more is resampled first, so that the second pass
-// works on the smaller image.  Throws std::invalid_argument for an empty
-// image or output.
+// The order of the two passes: the dimension reduced more goes first, so
+// that the second pass works on the smaller image.  On a tie the width goes
+// first when enlarging and second when shrinking: for an interleaved image
+// the width pass is the slower kernel shape, and this runs it on the smaller
+// image.  Both layouts use the same order, so they give the same result.
+bool widthFirst(ResampleRequest const& r);
+
+// Resamples in both dimensions, in the order of widthFirst.  Throws
+// std::invalid_argument for an empty image or output.
 qzhost::ArrayPtr resample(ndArray_tag const* image, ResampleRequest const& r, ImresizeRunner const& run);
+
+// The same for an image whose pixels are interleaved, `channels` samples
+// each, and whose rows follow one another (a C-ordered H x W x C array): in
+// memory that is the column-major C-by-W-by-H array, and `image` holds those
+// H*W*C elements under any dimensions.  Both passes resample along
+// dimension 2 of a view of the same memory, so nothing is transposed: the
+// width pass on (C, W, H), the height pass on (C*W, H).  The result is
+// interleaved the same way, with dimensions (C, W', H').  Throws
+// std::invalid_argument for an empty image or output, or an image that does
+// not hold H*W*C elements.
+qzhost::ArrayPtr resampleInterleaved(ndArray_tag const* image, std::size_t height, std::size_t width,
+                                     std::size_t channels, ResampleRequest const& r, ImresizeRunner const& run);
+
+// The array's data under other dimensions with the same number of
+// elements; the view owns the array and releases it with itself.
+qzhost::ArrayPtr reshaped(qzhost::ArrayPtr a, std::vector<std::size_t> dims);
 
 }  // namespace qzcall

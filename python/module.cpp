@@ -308,6 +308,14 @@ py::array imageArg(py::handle obj, char const* fn, bool allowGray, bool allowBoo
 
 // ---- colour-space conversions ---------------------------------------------------------
 
+// C-ordered, not also F-ordered (F-ordered arrays go to the built-ins as they
+// are), aligned for their type and in native byte order: pixel-interleaved
+// rows that the kernels can read in place.
+bool isInterleaved(py::array const& a) {
+  return (a.flags() & py::array::c_style) && !(a.flags() & py::array::f_style) &&
+         (a.flags() & py::detail::npy_api::NPY_ARRAY_ALIGNED_) && a.dtype().attr("isnative").cast<bool>();
+}
+
 template <class T>
 void grayInterleaved(void const* in, std::size_t pixels, void* out) {
   qz::launchRgb2Gray<T>(static_cast<T const*>(in), pixels, static_cast<T*>(out), false);
@@ -319,8 +327,7 @@ void grayInterleaved(void const* in, std::size_t pixels, void* out) {
 template <class Interleaved>
 py::array colourSpace(py::handle obj, char const* name, Interleaved interleaved) {
   py::array img = nativeCopy(imageArg(obj, name, false, false));
-  if (!(img.flags() & py::array::c_style) || (img.flags() & py::array::f_style) ||
-      !(img.flags() & py::detail::npy_api::NPY_ARRAY_ALIGNED_)) {
+  if (!isInterleaved(img)) {
     Inputs in;
     in.add(img);
     return toNumpy(std::move(invoke(builtin(name), 1, in.raw())[0]));
@@ -470,14 +477,25 @@ py::array resize(py::handle obj, py::object scale, py::object size, std::string 
   } catch (qzcall::ResizeError const& e) {
     throw py::value_error(std::string("resize: ") + e.what());
   }
+  auto run = [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x, ndArray_tag const* dim) {
+    return std::move(invoke(pximages::_imresize, 1, {a, w, x, dim})[0]);
+  };
+  img = nativeCopy(img);
+  if ((img.flags() & py::array::c_style) && (img.flags() & py::detail::npy_api::NPY_ARRAY_ALIGNED_)) {
+    // Pixel-interleaved rows in, the same layout out, both passes on the
+    // NumPy buffer's own memory.  (An array that is F-ordered as well, one
+    // pixel wide or high, comes out C-ordered too.)
+    std::size_t const channels = img.ndim() == 3 ? 3 : 1;
+    ArrayPtr in = qzhost::wrapData(qzhost::ArrayDesc{classOf(img.dtype())->cls, {channels * cols, rows}},
+                                   const_cast<void*>(img.data()), noRelease, nullptr);
+    ArrayPtr out = qzcall::resampleInterleaved(in.get(), rows, cols, channels, r, run);
+    std::vector<py::ssize_t> shape{static_cast<py::ssize_t>(r.rows), static_cast<py::ssize_t>(r.cols)};
+    if (channels == 3) shape.push_back(3);
+    return toNumpy(std::move(out), true, shape);
+  }
   Inputs in;
   in.add(img);
-  ArrayPtr out =
-      qzcall::resample(in.arrays[0].get(), r,
-                       [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x, ndArray_tag const* dim) {
-                         return std::move(invoke(pximages::_imresize, 1, {a, w, x, dim})[0]);
-                       });
-  return toNumpy(std::move(out));
+  return toNumpy(qzcall::resample(in.arrays[0].get(), r, run));
 }
 
 py::object call(std::string const& name, py::args arrays, int nargout) {
@@ -521,6 +539,24 @@ PYBIND11_MODULE(_qzimages, m) {
   m.def(
       "_input_copies", [] { return gInputCopies; },
       "How many input conversions (layout or byte order) the module has made so far; for tests.");
+  m.def(
+      "_filter",
+      [](std::size_t inLength, std::size_t outLength, double scale, std::string const& method, bool antialias) {
+        auto kind = qzfilters::parseMethod(method);
+        if (!kind) throw py::value_error("unknown method '" + method + "'");
+        qzfilters::Filter f = qzfilters::makeFilter(inLength, outLength, scale, *kind, antialias);
+        std::vector<py::ssize_t> shape{static_cast<py::ssize_t>(f.taps), static_cast<py::ssize_t>(f.outLength)};
+        auto table = [&](std::vector<double> const& v) {
+          py::array_t<double, py::array::f_style> a(shape);
+          if (!v.empty()) std::memcpy(a.mutable_data(), v.data(), v.size() * sizeof(double));
+          return a;
+        };
+        return py::make_tuple(table(f.weights), table(f.indices));
+      },
+      py::arg("in_length"), py::arg("out_length"), py::arg("scale"), py::arg("method") = "bicubic",
+      py::arg("antialias") = true,
+      "The weights and 1-based indices (taps x out_length, F-ordered) that resize() hands to imresize for one "
+      "dimension; for benchmarks that call imresize directly.");
 
   m.def("rgb2gray", &rgb2gray, py::arg("img"), R"doc(
 Weighted luminance 0.298936021293776 R + 0.587043074451121 G + 0.114020904255103 B.

@@ -8,10 +8,13 @@
 
 #include "resize/resize.hpp"
 
+#include <algorithm>
+#include <cstdint>
 #include <type_traits>
 
 #include "common/convert.hpp"
 #include "parallel/loop.hpp"
+#include "resize/resize_lanes.hpp"
 
 namespace qz {
 namespace {
@@ -78,59 +81,77 @@ std::complex<E> elementValue(std::complex<E> const* src, std::size_t base, doubl
   return weightedSumComplex(src, base, w, o, taps);
 }
 
-// Column items [r.begin(), r.end()): every output row of one column of one
-// plane per item.  Shared by the real and the complex column kernels.
+// Column items [r.begin(), r.end()), one output element at a time.  The
+// complex kernels run this way, and so do the real ones where the tiled
+// path below does not apply.
 template <class Kernel>
-void resizeColumnItems(Kernel const& k, tbb::blocked_range<std::size_t> const& r) {
-  for (std::size_t j = r.begin(); j != r.end(); ++j) {
+void resizeColumnItemsScalar(Kernel const& k, std::size_t first, std::size_t last) {
+  for (std::size_t j = first; j != last; ++j) {
     std::size_t const s = j * k.srcRows, d = j * k.dstRows;
     for (std::size_t i = 0; i < k.dstRows; ++i)
       k.dst[d + i] = elementValue(k.src, s, k.weights + i * k.taps, k.offsets + i * k.taps, k.taps);
   }
 }
 
-// Output columns [first, last) over every row of every plane.  Shared by
-// the real and the complex row kernels, for blocks and for the tail.
-template <class Kernel>
-void resizeRowColumns(Kernel const& k, std::size_t first, std::size_t last) {
-  for (std::size_t p = 0; p < k.planes; ++p)
-    for (std::size_t r = 0; r < k.rows; ++r) {
-      std::size_t const s = p * k.rows * k.srcCols + r, d = p * k.rows * k.dstCols + r;
-      for (std::size_t i = first; i < last; ++i)
-        k.dst[d + i * k.rows] = elementValue(k.src, s, k.weights + i * k.taps, k.offsets + i * k.taps, k.taps);
-    }
+// Output columns [first, last) of the row kernel.  A column of the image is
+// contiguous, so each output column is computed down its rows, with
+// contiguous loads and stores, in vector lanes.  Complex columns are their
+// interleaved parts, twice as many reals, each part summed and converted on
+// its own.
+// Columns shorter than this go across output columns instead (a pixel's
+// channels, say): down so few rows a vector would be mostly empty.
+constexpr std::size_t kNarrowRows = 8;
+
+template <class E, class Kernel>
+void resizeRowColumnsLanes(Kernel const& k, std::size_t first, std::size_t last) {
+  constexpr std::size_t parts = std::is_arithmetic_v<std::remove_const_t<typename KernelIO<Kernel>::In>> ? 1 : 2;
+  auto const* src = reinterpret_cast<E const*>(k.src);
+  auto* dst = reinterpret_cast<E*>(k.dst);
+  std::size_t const m = k.rows, t = k.taps;
+  if (parts == 1 && m < kNarrowRows) {
+    resizeRowColumnsNarrow<E>(src, dst, k.weights, k.offsets, m, k.srcCols, k.dstCols, t, k.planes, first, last);
+    return;
+  }
+  for (std::size_t p = 0; p < k.planes; ++p) {
+    std::size_t const s = p * m * k.srcCols, d = p * m * k.dstCols;
+    for (std::size_t i = first; i < last; ++i)
+      resizeRowColumn<E>(src, parts * s, k.weights + i * t, k.offsets + i * t, parts, t, dst + parts * (d + i * m),
+                         parts * m);
+  }
 }
 
 }  // namespace
 
 template <class In, class Out>
 void ResizeCols<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  resizeColumnItems(*this, r);
+  resizeColumnItems<In>(src, dst, weights, offsets, srcRows, dstRows, taps, r.begin(), r.end());
 }
 
 template <class In, class Out>
 void ResizeColsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  resizeColumnItems(*this, r);
+  resizeColumnItemsScalar(*this, r.begin(), r.end());
 }
 
 template <class In, class Out>
 void ResizeRows<In, Out>::columns(std::size_t first, std::size_t last) const {
-  resizeRowColumns(*this, first, last);
+  resizeRowColumnsLanes<In>(*this, first, last);
 }
 
 template <class In, class Out>
 void ResizeRows<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  for (std::size_t b = r.begin(); b != r.end(); ++b) columns(b * blockSize, b * blockSize + blockSize);
+  // The blocks of a sub-range are adjacent output columns: one sweep over
+  // the planes covers them all.
+  columns(r.begin() * blockSize, r.end() * blockSize);
 }
 
 template <class In, class Out>
 void ResizeRowsComplex<In, Out>::columns(std::size_t first, std::size_t last) const {
-  resizeRowColumns(*this, first, last);
+  resizeRowColumnsLanes<PartOf<In>>(*this, first, last);
 }
 
 template <class In, class Out>
 void ResizeRowsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  for (std::size_t b = r.begin(); b != r.end(); ++b) columns(b * blockSize, b * blockSize + blockSize);
+  columns(r.begin() * blockSize, r.end() * blockSize);
 }
 
 template <class Functor>

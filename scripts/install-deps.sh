@@ -24,7 +24,7 @@ packages=(
 
 # With --compare: the other tools that bench/compare.py measures us against.
 if [[ "${1:-}" == "--compare" ]]; then
-  packages+=(python3-opencv python3-skimage python3-matplotlib)
+  packages+=(python3-opencv python3-skimage python3-matplotlib libvips42)
 fi
 
 missing=()

@@ -1,5 +1,8 @@
 // Host arrays: storage, the read operations, creation and release.
 
+#include <sys/mman.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -51,12 +54,25 @@ std::size_t dataBytes(std::vector<std::size_t> const& dims, ndClassID cls, bool 
   return bytes;
 }
 
+// Large arrays come straight from fresh mappings, and touching them a 4 KiB
+// page at a time costs more than most kernels that fill them.  Like NumPy,
+// ask for transparent huge pages over the whole 2 MiB pages inside a large
+// block; only a hint, harmless where the system ignores it.
+void adviseHugePages(void* p, std::size_t bytes) {
+  constexpr std::size_t kHuge = std::size_t{1} << 21;
+  if (bytes < 2 * kHuge) return;
+  auto const start = (reinterpret_cast<std::uintptr_t>(p) + kHuge - 1) & ~(kHuge - 1);
+  auto const end = (reinterpret_cast<std::uintptr_t>(p) + bytes) & ~(kHuge - 1);
+  if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
+}
+
 // An injected failure takes the path of a null result from the system
 // allocator, even for an empty array (whose header is still allocated).
 void* allocateData(std::size_t bytes, bool zero, bool injectedFailure = false) {
   if (bytes == 0 && !injectedFailure) return nullptr;
   void* p = injectedFailure ? nullptr : zero ? std::calloc(bytes, 1) : std::malloc(bytes);
   if (!p) qzhost::raise("outOfMemory");
+  adviseHugePages(p, bytes);
   return p;
 }
 

@@ -214,6 +214,36 @@ def test_resize_at_scale_one_is_the_identity_and_sizes_follow(photo):
     assert q.resize(np.ones((4, 4), bool), scale=2).dtype == np.uint8
 
 
+@pytest.mark.parametrize("dtype", ["u1", "u2", "i2", "f4", "f8", "?"])
+@pytest.mark.parametrize("shape", [(37, 23, 3), (23, 37), (1, 9, 3), (9, 1)])
+@pytest.mark.parametrize("request_", [dict(scale=0.5), dict(scale=2), dict(scale=1 / 3), dict(size=(11, 50)),
+                                      dict(size=(60, 5))])
+def test_resize_of_interleaved_rows_reads_in_place_and_matches_the_column_major_path(dtype, shape, request_):
+    img = random_image(np.random.default_rng(4), shape, dtype) if dtype != "?" else \
+        np.random.default_rng(4).integers(0, 2, shape).astype(bool)
+    if "scale" in request_ and min(shape[:2]) * request_["scale"] < 1:
+        with pytest.raises(ValueError, match="shorter than 1 pixel"):
+            q.resize(img, **request_)
+        return
+    before = copies()
+    c_out = q.resize(img, **request_)
+    assert copies() == before
+    assert c_out.flags.c_contiguous and is_host_memory(c_out)
+    f_out = q.resize(np.asfortranarray(img), **request_)
+    assert c_out.shape == f_out.shape and c_out.dtype == f_out.dtype
+    np.testing.assert_array_equal(c_out, f_out)
+
+
+@pytest.mark.parametrize("shape", [(31, 45, 3), (31, 45), (1, 40, 3), (40, 1, 3)])
+def test_command_line_resize_reads_file_rows_in_place_with_the_column_major_result(qz_cli, tmp_path, shape):
+    img = random_image(np.random.default_rng(5), shape, "u1")
+    Image.fromarray(img).save(tmp_path / "in.png")
+    for args, request_ in ((["--scale", "2"], dict(scale=2)), (["--size", "7x90"], dict(size=(7, 90)))):
+        qz_cli("resize", tmp_path / "in.png", *args, "-o", tmp_path / "out.png")
+        got = np.asarray(Image.open(tmp_path / "out.png"))
+        np.testing.assert_array_equal(got, q.resize(np.asfortranarray(img), **request_))
+
+
 def test_resize_equals_two_imresize_calls():
     img = random_image(np.random.default_rng(9), (12, 10), "f8")
     # Nearest at scale 2 doubles every sample: the filter is one tap per output.

@@ -231,6 +231,30 @@ TEST_F(QuantizeTest, SquareSumTablesRoundInSinglePrecision) {
   }
 }
 
+// One cell holding more pixels than a 32-bit channel sum can take: the counts
+// and sums are exact 64-bit totals however the histogram pass carries them.
+TEST_F(QuantizeTest, ChannelSumsStayExactPast32Bits) {
+  std::size_t const pixels = (std::size_t{1} << 24) + 4099;  // 255 * pixels > 2^32
+  std::vector<std::uint8_t> planar(3 * pixels, 255);
+  planar[pixels - 1] = 0;  // one other cell last, so the big cell is not the final one touched
+  qz::ScratchArray<qz::MomentTables> m(1, qz::ScratchFill::Uninitialised);
+  qz::clearMoments(m[0]);
+  std::vector<std::uint16_t> labels(pixels);
+  qz::buildColorHistogram(m[0], planar.data(), planar.data() + pixels, planar.data() + 2 * pixels, pixels,
+                          labels.data());
+  auto const white = static_cast<std::size_t>(qz::cellCode(32, 32, 32));
+  auto const n = static_cast<std::int64_t>(pixels - 1);
+  EXPECT_EQ(m[0].weight[white], n);
+  EXPECT_EQ(m[0].red[white], 255 * n);
+  EXPECT_EQ(m[0].green[white], 255 * n);
+  EXPECT_EQ(m[0].blue[white], 255 * n);
+  auto const other = static_cast<std::size_t>(qz::cellCode(1, 32, 32));
+  EXPECT_EQ(m[0].weight[other], 1);
+  EXPECT_EQ(m[0].red[other], 0);
+  EXPECT_EQ(m[0].green[other], 255);
+  EXPECT_EQ(labels[pixels - 1], other);
+}
+
 // ---- Whole runs against the reference quantiser -------------------------------
 
 void expectSameAsReference(std::vector<std::uint8_t> const& planar, std::size_t m, std::size_t n, std::size_t K,
