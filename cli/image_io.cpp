@@ -5,6 +5,7 @@
 #include <jerror.h>
 #include <spng.h>
 
+#include <cctype>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +15,19 @@
 #include <memory>
 #include <vector>
 
+#include "pixels.hpp"
+#include "tiff_io.hpp"
+
 namespace qzcli {
+
+void checkImageSize(std::string const& path, char const* format, std::size_t w, std::size_t h,
+                    ReadLimits const& limits) {
+  if (w > limits.maxSide || h > limits.maxSide || w * h > limits.maxPixels)
+    throw FileError(path + ": " + format + " image of " + std::to_string(w) + "x" + std::to_string(h) +
+                    " pixels is larger than the reader allows (" + std::to_string(limits.maxSide) +
+                    " pixels a side, " + std::to_string(limits.maxPixels) + " pixels in all)");
+}
+
 namespace {
 
 std::string slurp(std::string const& path) {
@@ -27,30 +40,6 @@ std::string slurp(std::string const& path) {
 
 bool isPng(std::string const& b) { return b.size() >= 8 && b.compare(0, 8, "\x89PNG\r\n\x1a\n", 8) == 0; }
 bool isJpeg(std::string const& b) { return b.size() >= 3 && b.compare(0, 3, "\xff\xd8\xff", 3) == 0; }
-
-// Row-major interleaved samples (the files' order) into column-major planes.
-template <class T>
-qzhost::ArrayPtr toPlanar(T const* rows, std::size_t height, std::size_t width, std::size_t channelsIn,
-                          std::size_t channelsOut) {
-  std::vector<std::size_t> dims{height, width};
-  if (channelsOut == 3) dims.push_back(3);
-  auto a = qzhost::makeArray(ndClassOf<T>::value, dims);
-  T* out = qzhost::dataOf<T>(a.get());
-  std::size_t plane = height * width;
-  for (std::size_t y = 0; y < height; ++y)
-    for (std::size_t x = 0; x < width; ++x)
-      for (std::size_t c = 0; c < channelsOut; ++c)
-        out[c * plane + x * height + y] = rows[(y * width + x) * channelsIn + c];
-  return a;
-}
-
-// Refuses an image larger than the limits allow, naming its size.
-void checkSize(std::string const& path, char const* format, std::size_t w, std::size_t h, ReadLimits const& limits) {
-  if (w > limits.maxSide || h > limits.maxSide || w * h > limits.maxPixels)
-    throw FileError(path + ": " + format + " image of " + std::to_string(w) + "x" + std::to_string(h) +
-                    " pixels is larger than the reader allows (" + std::to_string(limits.maxSide) +
-                    " pixels a side, " + std::to_string(limits.maxPixels) + " pixels in all)");
-}
 
 struct SpngCtx {
   spng_ctx* ctx;
@@ -87,7 +76,7 @@ DecodedPng decodePng(std::string const& bytes, std::string const& path, ReadLimi
   check(spng_get_ihdr(c.ctx, &d.ihdr), path, "invalid PNG header");
   // Refuse sizes beyond the limits, and sizes the file's bytes cannot fill,
   // before allocating for them.
-  checkSize(path, "PNG", d.ihdr.width, d.ihdr.height, limits);
+  checkImageSize(path, "PNG", d.ihdr.width, d.ihdr.height, limits);
   std::size_t size = 0;
   check(spng_decoded_image_size(c.ctx, SPNG_FMT_PNG, &size), path, "invalid PNG");
   if (size / kMaxDeflateRatio > bytes.size())
@@ -245,7 +234,7 @@ qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, Rea
     throw FileError(path + ": corrupt JPEG: " + err.message);
   // The header alone can claim any size: check it before libjpeg takes
   // memory for it.
-  checkSize(path, "JPEG", cinfo.image_width, cinfo.image_height, limits);
+  checkImageSize(path, "JPEG", cinfo.image_width, cinfo.image_height, limits);
   if (!jpegStart(&cinfo, &err)) throw FileError(path + ": corrupt JPEG: " + err.message);
   std::size_t const w = cinfo.output_width, h = cinfo.output_height;
   std::size_t const channels = static_cast<std::size_t>(cinfo.output_components);
@@ -282,7 +271,8 @@ void encodePng(std::string const& path, spng_ihdr ihdr, std::vector<unsigned cha
 qzhost::ArrayPtr decodeImage(std::string const& bytes, std::string const& name, ReadLimits const& limits) {
   if (isPng(bytes)) return readPng(bytes, name, limits);
   if (isJpeg(bytes)) return readJpeg(bytes, name, limits);
-  throw FileError(name + ": not a PNG or JPEG file");
+  if (isTiff(bytes)) return decodeTiff(bytes, name, limits);
+  throw FileError(name + ": not a PNG, JPEG or TIFF file");
 }
 
 qzhost::ArrayPtr readImage(std::string const& path) { return decodeImage(slurp(path), path); }
@@ -334,6 +324,26 @@ void writePng(std::string const& path, ndArray_tag const* image) {
   ihdr.bit_depth = static_cast<std::uint8_t>(8 * bytesPer);
   ihdr.color_type = colour ? SPNG_COLOR_TYPE_TRUECOLOR : SPNG_COLOR_TYPE_GRAYSCALE;
   encodePng(path, ihdr, rows, nullptr);
+}
+
+bool isTiffName(std::string const& path) {
+  auto dot = path.rfind('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
+  std::string ext = path.substr(dot + 1);
+  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return ext == "tif" || ext == "tiff";
+}
+
+void writeImage(std::string const& path, ndArray_tag const* image) {
+  if (isTiffName(path)) {
+    std::string bytes = encodeTiff(image, path);
+    writeFile(path, bytes.data(), bytes.size());
+    return;
+  }
+  ndClassID cls = ndGetClassID(image);
+  if (cls == ndclass::Single || cls == ndclass::Double)
+    throw FileError(path + ": a floating-point image can only be written as TIFF (name the output .tif)");
+  writePng(path, image);
 }
 
 void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_tag const* map) {

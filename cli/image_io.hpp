@@ -21,8 +21,9 @@ struct ReadLimits {
   std::size_t maxPixels = std::size_t{1} << 26;   // width times height (8192 x 8192)
 };
 
-// Reads a PNG (8 or 16 bit; gray, gray+alpha, RGB, RGBA or palette) or a
-// JPEG, recognised by content, not by name.  Alpha is dropped with a note on
+// Reads a PNG (8 or 16 bit; gray, gray+alpha, RGB, RGBA or palette), a
+// JPEG or a TIFF (8 or 16 bit, or 32-bit float: a single image), recognised
+// by content, not by name.  Alpha is dropped with a note on
 // stderr; a palette is expanded to RGB.  Throws FileError.
 qzhost::ArrayPtr readImage(std::string const& path);
 // The same from the bytes of a file already in memory; `name` stands for the
@@ -41,6 +42,11 @@ std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::stri
 
 // Writes a uint8 or uint16 M-by-N (gray) or M-by-N-by-3 (RGB) array.
 void writePng(std::string const& path, ndArray_tag const* image);
+
+// Writes an image as TIFF when the name ends in .tif or .tiff (uint8,
+// uint16, single or double), as PNG otherwise (uint8 or uint16).
+bool isTiffName(std::string const& path);
+void writeImage(std::string const& path, ndArray_tag const* image);
 
 // Writes a palette PNG from uint8 indices and a uint8 K-by-3 map, K <= 256.
 void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_tag const* map);

@@ -93,7 +93,7 @@ ArrayPtr toGray(ArrayPtr img) {
 int cmdGray(std::string const& in, std::string const& out) {
   ArrayPtr img = readImage(in);
   if (!isRgb(img.get())) std::cerr << "note: " << in << " is already grayscale; written unchanged\n";
-  writePng(out, toGray(std::move(img)).get());
+  writeImage(out, toGray(std::move(img)).get());
   return 0;
 }
 
@@ -135,7 +135,7 @@ int cmdQuantize(std::string const& in, double k, std::string const& out, std::st
   if (q.colours <= 256)
     writeIndexedPng(out, q.index.get(), q.map.get());
   else
-    writePng(out, q.rgb.get());
+    writeImage(out, q.rgb.get());
   if (!mapPath.empty()) writeNpy(mapPath, unitMap(q.map.get()).get());
   std::cout << "colours: " << q.colours << "\n";
   std::cout << "PSNR: " << std::fixed << std::setprecision(2) << psnr(img.get(), q.rgb.get()) << " dB\n";
@@ -154,13 +154,13 @@ int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string co
   }
   if (!mapPath.empty()) map = readNpy(mapPath);
   if (!map) throw UsageError("an index array needs a colour map: --map MAP.npy");
-  writePng(out, run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get());
+  writeImage(out, run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get());
   return 0;
 }
 
 int cmdTo8(std::string const& in, std::string const& out) {
   ArrayPtr img = readAny(in);
-  writePng(out, run(pximages::_grayto8, 1, {img.get()})[0].get());
+  writeImage(out, run(pximages::_grayto8, 1, {img.get()})[0].get());
   return 0;
 }
 
@@ -199,7 +199,7 @@ int cmdResize(std::string const& in, double scale, std::string const& size, std:
     if (rows > (1u << 16) || cols > (1u << 16)) throw UsageError("--scale makes the image too large");
     sRows = sCols = scale;
   }
-  writePng(out, resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get());
+  writeImage(out, resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get());
   return 0;
 }
 
@@ -314,7 +314,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
 
 int main(int argc, char** argv) {
   using namespace qzcli;
-  CLI::App app{"qzimages: image built-ins on PNG, JPEG and .npy files"};
+  CLI::App app{"qzimages: image built-ins on PNG, JPEG, TIFF and .npy files"};
   app.require_subcommand(1);
 
   std::string in, out, prefix, mapPath, size, method = "bicubic", name, outDir = ".", demoDir = "demo-out";
@@ -344,8 +344,8 @@ int main(int argc, char** argv) {
   ind->add_option("--map", mapPath, "colour map .npy, K-by-3 doubles in [0,1]");
   ind->add_option("-o,--output", out, "output PNG")->required();
 
-  auto* to8 = app.add_subcommand("to8", "Convert a 16-bit gray PNG or a double/single .npy to 8 bits (grayto8)");
-  to8->add_option("input", in, "16-bit grayscale PNG or .npy array")->required();
+  auto* to8 = app.add_subcommand("to8", "Convert a 16-bit gray PNG or TIFF, a float TIFF or a double/single .npy to 8 bits (grayto8)");
+  to8->add_option("input", in, "16-bit gray PNG or TIFF, float TIFF, or .npy array")->required();
   to8->add_option("-o,--output", out, "output PNG")->required();
 
   auto* rs = app.add_subcommand("resize", "Resample an image (imresize, once per dimension)");
