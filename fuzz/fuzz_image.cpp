@@ -1,5 +1,5 @@
 // Fuzz target for the image readers of the command-line host (PNG through
-// libspng, JPEG through libjpeg-turbo): any bytes as a file's contents, read
+// libspng, JPEG through libjpeg-turbo, TIFF through libtiff): any bytes as a file's contents, read
 // both as an image and as a palette PNG's indices.  The readers must return
 // an array (or nothing, for a file that is not a palette PNG) or throw their
 // FileError, never crash, leak or hang, and the memory they take must stay
