@@ -53,6 +53,7 @@ void NearestColour::fillCell(std::size_t cell, int r0, int g0, int b0) {
     for (int c = 0; c < 3; ++c) far += squared(farGap(colours_[3 * i + c], lo[c], hi[c]));
     bound = std::min(bound, far);
   }
+  ++cellsFilled_;
   cellFirst_[cell] = static_cast<std::uint32_t>(candidates_.size());
   for (std::size_t i = 0; i < k; ++i) {
     int near = 0;

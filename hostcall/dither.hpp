@@ -29,6 +29,11 @@ class NearestColour {
   NearestColour(std::uint8_t const* map, std::size_t k);
   std::size_t operator()(int r, int g, int b);
 
+  // How much the queries so far have cost: cells listed, and colours on
+  // their lists (a query scans one list).
+  std::size_t cellsFilled() const { return cellsFilled_; }
+  std::size_t coloursListed() const { return candidates_.size(); }
+
  private:
   static constexpr int kCellBits = 3;  // cells of 8 levels per channel
   static constexpr int kCellsPerAxis = 256 >> kCellBits;
@@ -38,6 +43,7 @@ class NearestColour {
   std::vector<std::uint32_t> cellFirst_;       // per cell: first candidate, or kUnfilled
   std::vector<std::uint32_t> cellCount_;
   std::vector<std::uint16_t> candidates_;      // the cells' lists, one after another
+  std::size_t cellsFilled_ = 0;
   static constexpr std::uint32_t kUnfilled = 0xFFFFFFFFu;
 };
 

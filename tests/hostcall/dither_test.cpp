@@ -80,6 +80,20 @@ TEST(NearestColourTest, AgreesWithThePlainSearchTiesIncluded) {
   }
 }
 
+// The point of the cells: a query looks at a handful of colours, not all.
+TEST(NearestColourTest, CellListsAreShortFor256Colours) {
+  std::mt19937 rng(99);
+  Map map = randomMap(256, rng);
+  qzcall::NearestColour fast(map.data(), 256);
+  for (int r = 0; r < 256; r += 8)
+    for (int g = 0; g < 256; g += 8)
+      for (int b = 0; b < 256; b += 8) fast(r, g, b);
+  ASSERT_EQ(fast.cellsFilled(), 32u * 32u * 32u);
+  double perCell = double(fast.coloursListed()) / double(fast.cellsFilled());
+  EXPECT_GE(perCell, 1.0);
+  EXPECT_LT(perCell, 6.0);  // about 2.4 for this map
+}
+
 qzhost::ArrayPtr planes(std::size_t m, std::size_t n, std::vector<std::uint8_t> const& v) {
   return qztest::makeFrom<std::uint8_t>({m, n, 3}, v);
 }
