@@ -234,6 +234,11 @@ qzhost::ArrayPtr decodeTiff(std::string const& bytes, std::string const& name, R
   std::uint32_t const chunks = TIFFIsTiled(t.tif) ? TIFFNumberOfTiles(t.tif) : TIFFNumberOfStrips(t.tif);
   for (std::uint32_t s = 0; s < chunks; ++s) stored += TIFFGetStrileByteCount(t.tif, s);
   std::uint64_t decoded = std::uint64_t{L.width} * L.height * L.spp * (L.bps / 8);
+  // Samples beyond gray or RGB are read and dropped: allow as much data per
+  // pixel as four float samples, the most a supported image carries.
+  if (decoded > std::uint64_t{limits.maxPixels} * 16)
+    throw FileError(name + ": TIFF with " + std::to_string(L.spp) + " samples of " + std::to_string(L.bps) +
+                    " bits per pixel is more than the reader takes");
   std::uint64_t ratio = L.compression == COMPRESSION_NONE ? 1 : kMaxCompressionRatio;
   if (stored > bytes.size() || decoded > stored * ratio)
     throw FileError(name + ": corrupt or truncated TIFF: its header claims " + std::to_string(L.width) + "x" +

@@ -64,9 +64,10 @@ void fixPngChecksums(std::string& b) {
 void checkImage(ndArray_tag const* a) {
   auto const d = qzhost::dimsOf(a);
   ndClassID const cls = ndGetClassID(a);
-  if ((cls != ndclass::UInt8 && cls != ndclass::UInt16) || ndIsComplex(a) ||
+  // Single only from a float TIFF.
+  if ((cls != ndclass::UInt8 && cls != ndclass::UInt16 && cls != ndclass::Single) || ndIsComplex(a) ||
       !(d.size() == 2 || (d.size() == 3 && d[2] == 3)))
-    fail("an image is not a real uint8 or uint16 M-by-N or M-by-N-by-3 array");
+    fail("an image is not a real uint8, uint16 or single M-by-N or M-by-N-by-3 array");
 }
 
 // Swallows what is written to it.
