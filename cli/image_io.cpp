@@ -15,6 +15,8 @@
 #include <memory>
 #include <vector>
 
+#include "messages.hpp"
+#include "outputs.hpp"
 #include "pixels.hpp"
 #include "tiff_io.hpp"
 
@@ -29,14 +31,6 @@ void checkImageSize(std::string const& path, char const* format, std::size_t w, 
 }
 
 namespace {
-
-std::string slurp(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw FileError(path + ": cannot open file");
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) throw FileError(path + ": read error");
-  return bytes;
-}
 
 bool isPng(std::string const& b) { return b.size() >= 8 && b.compare(0, 8, "\x89PNG\r\n\x1a\n", 8) == 0; }
 bool isJpeg(std::string const& b) { return b.size() >= 3 && b.compare(0, 3, "\xff\xd8\xff", 3) == 0; }
@@ -111,7 +105,7 @@ qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, Read
                          : type == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA ? 4
                                                                    : 1;
   bool alpha = channels == 2 || channels == 4 || d.hasTrns;
-  if (alpha) std::cerr << "note: " << path << ": alpha channel dropped\n";
+  if (alpha) messages() << "note: " << path << ": alpha channel dropped\n";
   std::size_t colour = channels >= 3 || type == SPNG_COLOR_TYPE_INDEXED ? 3 : 1;
 
   if (depth == 16) {
@@ -243,16 +237,8 @@ qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, Rea
   return toPlanar(pixels.data(), h, w, channels, channels);
 }
 
-void writeFile(std::string const& path, void const* data, std::size_t size) {
-  std::ofstream out(path, std::ios::binary);
-  if (!out) throw FileError(path + ": cannot open for writing");
-  out.write(static_cast<char const*>(data), static_cast<std::streamsize>(size));
-  out.close();
-  if (!out) throw FileError(path + ": write failed");
-}
-
-void encodePng(std::string const& path, spng_ihdr ihdr, std::vector<unsigned char> const& rows,
-               spng_plte* plte) {
+std::string encode(std::string const& path, spng_ihdr ihdr, std::vector<unsigned char> const& rows,
+                   spng_plte* plte) {
   SpngCtx c(SPNG_CTX_ENCODER);
   spng_set_option(c.ctx, SPNG_ENCODE_TO_BUFFER, 1);
   check(spng_set_ihdr(c.ctx, &ihdr), path, "cannot encode");
@@ -263,7 +249,7 @@ void encodePng(std::string const& path, spng_ihdr ihdr, std::vector<unsigned cha
   int e = 0;
   std::unique_ptr<void, void (*)(void*)> buf(spng_get_png_buffer(c.ctx, &len, &e), std::free);
   check(e, path, "cannot encode");
-  writeFile(path, buf.get(), len);
+  return std::string(static_cast<char const*>(buf.get()), len);
 }
 
 }  // namespace
@@ -275,9 +261,11 @@ qzhost::ArrayPtr decodeImage(std::string const& bytes, std::string const& name, 
   throw FileError(name + ": not a PNG, JPEG or TIFF file");
 }
 
-qzhost::ArrayPtr readImage(std::string const& path) { return decodeImage(slurp(path), path); }
+qzhost::ArrayPtr readImage(std::string const& path) { return decodeImage(readInput(path), inputName(path)); }
 
-std::optional<IndexedImage> readIndexedPng(std::string const& path) { return decodeIndexedPng(slurp(path), path); }
+std::optional<IndexedImage> readIndexedPng(std::string const& path) {
+  return decodeIndexedPng(readInput(path), inputName(path));
+}
 
 std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::string const& path,
                                              ReadLimits const& limits) {
@@ -299,7 +287,7 @@ std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::stri
   return out;
 }
 
-void writePng(std::string const& path, ndArray_tag const* image) {
+std::string encodePng(ndArray_tag const* image, std::string const& path) {
   auto dims = qzhost::dimsOf(image);
   ndClassID cls = ndGetClassID(image);
   bool colour = dims.size() == 3 && dims[2] == 3;
@@ -323,7 +311,7 @@ void writePng(std::string const& path, ndArray_tag const* image) {
   ihdr.height = static_cast<std::uint32_t>(h);
   ihdr.bit_depth = static_cast<std::uint8_t>(8 * bytesPer);
   ihdr.color_type = colour ? SPNG_COLOR_TYPE_TRUECOLOR : SPNG_COLOR_TYPE_GRAYSCALE;
-  encodePng(path, ihdr, rows, nullptr);
+  return encode(path, ihdr, rows, nullptr);
 }
 
 bool isTiffName(std::string const& path) {
@@ -334,19 +322,15 @@ bool isTiffName(std::string const& path) {
   return ext == "tif" || ext == "tiff";
 }
 
-void writeImage(std::string const& path, ndArray_tag const* image) {
-  if (isTiffName(path)) {
-    std::string bytes = encodeTiff(image, path);
-    writeFile(path, bytes.data(), bytes.size());
-    return;
-  }
+std::string encodeImage(ndArray_tag const* image, std::string const& path) {
+  if (isTiffName(path)) return encodeTiff(image, path);
   ndClassID cls = ndGetClassID(image);
   if (cls == ndclass::Single || cls == ndclass::Double)
     throw FileError(path + ": a floating-point image can only be written as TIFF (name the output .tif)");
-  writePng(path, image);
+  return encodePng(image, path);
 }
 
-void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_tag const* map) {
+std::string encodeIndexedPng(ndArray_tag const* index, ndArray_tag const* map, std::string const& path) {
   auto dims = qzhost::dimsOf(index);
   auto mdims = qzhost::dimsOf(map);
   std::size_t const h = dims[0], w = dims[1], k = mdims[0];
@@ -370,7 +354,7 @@ void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_
   ihdr.height = static_cast<std::uint32_t>(h);
   ihdr.bit_depth = 8;
   ihdr.color_type = SPNG_COLOR_TYPE_INDEXED;
-  encodePng(path, ihdr, rows, &plte);
+  return encode(path, ihdr, rows, &plte);
 }
 
 }  // namespace qzcli

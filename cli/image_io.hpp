@@ -40,15 +40,18 @@ std::optional<IndexedImage> readIndexedPng(std::string const& path);
 std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::string const& name,
                                              ReadLimits const& limits = {});
 
-// Writes a uint8 or uint16 M-by-N (gray) or M-by-N-by-3 (RGB) array.
-void writePng(std::string const& path, ndArray_tag const* image);
+// The bytes of a PNG file holding a uint8 or uint16 M-by-N (gray) or
+// M-by-N-by-3 (RGB) array; `name` stands for the file in messages.
+std::string encodePng(ndArray_tag const* image, std::string const& name);
 
-// Writes an image as TIFF when the name ends in .tif or .tiff (uint8,
-// uint16, single or double), as PNG otherwise (uint8 or uint16).
-bool isTiffName(std::string const& path);
-void writeImage(std::string const& path, ndArray_tag const* image);
+// The bytes of the file `name` for an image: TIFF when the name ends in
+// .tif or .tiff (uint8, uint16, single or double), PNG otherwise (uint8 or
+// uint16).
+bool isTiffName(std::string const& name);
+std::string encodeImage(ndArray_tag const* image, std::string const& name);
 
-// Writes a palette PNG from uint8 indices and a uint8 K-by-3 map, K <= 256.
-void writeIndexedPng(std::string const& path, ndArray_tag const* index, ndArray_tag const* map);
+// The bytes of a palette PNG from uint8 indices and a uint8 K-by-3 map,
+// K <= 256.
+std::string encodeIndexedPng(ndArray_tag const* index, ndArray_tag const* map, std::string const& name);
 
 }  // namespace qzcli

@@ -11,10 +11,22 @@
 #include <iostream>
 #include <sstream>
 
+#include <tbb/info.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <set>
+
+#include "batch.hpp"
 #include "builtins.hpp"
+#include "dither.hpp"
 #include "filters.hpp"
 #include "image_io.hpp"
+#include "messages.hpp"
 #include "npy.hpp"
+#include "outputs.hpp"
 #include "resample.hpp"
 #include "qzimages/qzimages.hpp"
 
@@ -81,32 +93,38 @@ double psnr(ndArray_tag const* a, ndArray_tag const* b) {
   return 10 * std::log10(255.0 * 255.0 / (se / double(n)));
 }
 
-std::string withSuffix(std::string const& prefix, std::string const& suffix) { return prefix + suffix; }
-
 // ---- Subcommands --------------------------------------------------------------
+// Each takes one input and writes its outputs through Outputs, all at the
+// end; a batch runs the same function once per input.
 
 ArrayPtr toGray(ArrayPtr img) {
   if (!isRgb(img.get())) return img;  // already one channel
   return std::move(run(pximages::_rgb2gray, 1, {img.get()})[0]);
 }
 
-int cmdGray(std::string const& in, std::string const& out) {
+void cmdGray(std::string const& in, std::string const& out) {
+  Outputs files;
+  files.add(out);
   ArrayPtr img = readImage(in);
-  if (!isRgb(img.get())) std::cerr << "note: " << in << " is already grayscale; written unchanged\n";
-  writeImage(out, toGray(std::move(img)).get());
-  return 0;
+  if (!isRgb(img.get())) messages() << "note: " << inputName(in) << " is already grayscale; written unchanged\n";
+  files.write(out, encodeImage(toGray(std::move(img)).get(), out));
+  files.commit();
 }
 
-int cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
+void cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
+  Outputs files;
+  char const* names[] = {"_h.png", "_s.png", "_v.png"};
+  for (char const* n : names) files.add(prefix + n);
+  if (npy) files.add(prefix + ".npy");
   ArrayPtr img = asRgb(readImage(in));
   ArrayPtr hsv = std::move(run(pximages::_rgb2hsv, 1, {img.get()})[0]);
-  char const* names[] = {"_h.png", "_s.png", "_v.png"};
   for (std::size_t c = 0; c < 3; ++c) {
     ArrayPtr p = plane(hsv.get(), c);
-    writePng(withSuffix(prefix, names[c]), run(pximages::_grayto8, 1, {p.get()})[0].get());
+    std::string const path = prefix + names[c];
+    files.write(path, encodePng(run(pximages::_grayto8, 1, {p.get()})[0].get(), path));
   }
-  if (npy) writeNpy(withSuffix(prefix, ".npy"), hsv.get());
-  return 0;
+  if (npy) files.write(prefix + ".npy", formatNpy(hsv.get()));
+  files.commit();
 }
 
 struct Quantised {
@@ -114,39 +132,45 @@ struct Quantised {
   std::size_t colours;
 };
 
-// cq, then the image rebuilt from map and index through ind2rgb8.
-Quantised quantise(ndArray_tag const* img, double k) {
+// cq, then optionally the image dithered onto its map instead of cq's own
+// index, then the image rebuilt from map and index through ind2rgb8.
+Quantised quantise(ndArray_tag const* img, double k, bool dither) {
   ArrayPtr kArg = scalar(k);
   auto out = run(pximages::_cq, 2, {img, kArg.get()});
   std::size_t const colours = qzhost::dimsOf(out[0].get())[0];
   Quantised q{std::move(out[0]), std::move(out[1]), nullptr, colours};
   if (q.colours > 0) {
+    if (dither) q.index = qzcall::ditherToMap(img, q.map.get());
     ArrayPtr m = unitMap(q.map.get());
     q.rgb = std::move(run(pximages::_ind2rgb8, 1, {q.index.get(), m.get()})[0]);
   }
   return q;
 }
 
-int cmdQuantize(std::string const& in, double k, std::string const& out, std::string const& mapPath) {
+void cmdQuantize(std::string const& in, double k, bool dither, std::string const& out, std::string const& mapPath) {
+  Outputs files;
+  files.add(out);
+  if (!mapPath.empty()) files.add(mapPath);
   ArrayPtr img = asRgb(readImage(in));
-  if (ndGetClassID(img.get()) != ndclass::UInt8) throw UsageError(in + ": quantize needs an 8-bit image");
-  Quantised q = quantise(img.get(), k);
+  if (ndGetClassID(img.get()) != ndclass::UInt8) throw UsageError(inputName(in) + ": quantize needs an 8-bit image");
+  Quantised q = quantise(img.get(), k, dither);
   if (q.colours == 0) throw UsageError("no colours requested (-k 0): nothing to write");
-  if (q.colours <= 256)
-    writeIndexedPng(out, q.index.get(), q.map.get());
-  else
-    writeImage(out, q.rgb.get());
-  if (!mapPath.empty()) writeNpy(mapPath, unitMap(q.map.get()).get());
-  std::cout << "colours: " << q.colours << "\n";
-  std::cout << "PSNR: " << std::fixed << std::setprecision(2) << psnr(img.get(), q.rgb.get()) << " dB\n";
-  return 0;
+  files.write(out, q.colours <= 256 ? encodeIndexedPng(q.index.get(), q.map.get(), out) : encodeImage(q.rgb.get(), out));
+  if (!mapPath.empty()) files.write(mapPath, formatNpy(unitMap(q.map.get()).get()));
+  files.commit();
+  // With the image on standard output, the numbers go with the messages.
+  std::ostream& to = out == "-" ? messages() : report();
+  to << "colours: " << q.colours << (dither ? " (dithered)" : "") << "\n";
+  to << "PSNR: " << std::fixed << std::setprecision(2) << psnr(img.get(), q.rgb.get()) << " dB\n";
 }
 
-int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string const& out) {
+void cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string const& out) {
+  Outputs files;
+  files.add(out);
   ArrayPtr index, map;
   if (!isNpy(in)) {
     auto indexed = readIndexedPng(in);
-    if (!indexed) throw UsageError(in + ": not a palette PNG (give a palette PNG or an index .npy)");
+    if (!indexed) throw UsageError(inputName(in) + ": not a palette PNG (give a palette PNG or an index .npy)");
     index = std::move(indexed->index);
     map = unitMap(indexed->palette.get());
   } else {
@@ -154,14 +178,16 @@ int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string co
   }
   if (!mapPath.empty()) map = readNpy(mapPath);
   if (!map) throw UsageError("an index array needs a colour map: --map MAP.npy");
-  writeImage(out, run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get());
-  return 0;
+  files.write(out, encodeImage(run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get(), out));
+  files.commit();
 }
 
-int cmdTo8(std::string const& in, std::string const& out) {
+void cmdTo8(std::string const& in, std::string const& out) {
+  Outputs files;
+  files.add(out);
   ArrayPtr img = readAny(in);
-  writeImage(out, run(pximages::_grayto8, 1, {img.get()})[0].get());
-  return 0;
+  files.write(out, encodeImage(run(pximages::_grayto8, 1, {img.get()})[0].get(), out));
+  files.commit();
 }
 
 // Resamples both dimensions with one imresize call each.
@@ -174,10 +200,12 @@ ArrayPtr resize(ArrayPtr img, std::size_t outRows, std::size_t outCols, double s
   });
 }
 
-int cmdResize(std::string const& in, double scale, std::string const& size, std::string const& methodName,
-              bool noAntialias, std::string const& out) {
+void cmdResize(std::string const& in, double scale, std::string const& size, std::string const& methodName,
+               bool noAntialias, std::string const& out) {
   auto method = qzfilters::parseMethod(methodName);
   if (!method) throw UsageError("unknown method '" + methodName + "'");
+  Outputs files;
+  files.add(out);
   ArrayPtr img = readImage(in);
   auto d = qzhost::dimsOf(img.get());
   std::size_t rows, cols;
@@ -199,8 +227,85 @@ int cmdResize(std::string const& in, double scale, std::string const& size, std:
     if (rows > (1u << 16) || cols > (1u << 16)) throw UsageError("--scale makes the image too large");
     sRows = sCols = scale;
   }
-  writeImage(out, resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get());
-  return 0;
+  files.write(out, encodeImage(resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get(), out));
+  files.commit();
+}
+
+// ---- Several inputs ------------------------------------------------------------
+
+// What the user sees for a failure: "error: ..." lines, and the exit status
+// of a run that stops there (1 when a built-in refused, 2 otherwise).
+std::pair<std::string, int> describeFailure(std::exception_ptr failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (BuiltinFailed const&) {
+    return {"", 1};  // already reported
+  } catch (qzhost::HostError const& e) {
+    return {"error: " + e.identifier() + ": " + e.message() + "\n", 2};
+  } catch (std::exception const& e) {
+    // Usage problems, unreadable or unwritable files, the host's own checks:
+    // the message says which.
+    return {std::string("error: ") + e.what() + "\n", 2};
+  } catch (...) {
+    return {"error: unexpected failure\n", 2};
+  }
+}
+
+// An image subcommand on its inputs: with -o, one input as it always was;
+// with -O, each input to outputs named after it in that folder, as a batch.
+// `one(input, output)` does one file; `outputIn(input, folder)` names the
+// output (for hsv, the prefix) an input gets in the folder.
+int runImageCommand(std::string const& command, std::vector<std::string> const& inputs, std::string const& out,
+                    std::string const& outDir,
+                    std::function<void(std::string const&, std::string const&)> const& one,
+                    std::function<std::string(std::string const&, std::string const&)> const& outputIn) {
+  if (!out.empty() && !outDir.empty())
+    throw UsageError(command + ": give -o OUTPUT for one input or -O FOLDER for any number, not both");
+  if (outDir.empty()) {
+    if (inputs.size() > 1)
+      throw UsageError(command + ": " + std::to_string(inputs.size()) +
+                       " inputs need an output folder, -O FOLDER (-o names the output of one input)");
+    if (out.empty()) throw UsageError(command + ": give the output, -o OUTPUT (or -O FOLDER)");
+    one(inputs[0], out);
+    return 0;
+  }
+  // Every output name is settled before any file is read: two inputs that
+  // would write the same file, or an output that is another input, stop the
+  // run here.
+  std::map<std::string, std::string> claimed;  // output -> input
+  std::set<std::string> ins;
+  for (auto const& in : inputs) {
+    if (in == "-") throw UsageError(command + ": " + kStdinName + " (-) is read only with -o OUTPUT");
+    ins.insert(fs::weakly_canonical(in).string());
+  }
+  for (auto const& in : inputs) {
+    std::string const o = outputIn(in, outDir);
+    std::string const key = fs::weakly_canonical(o).string();
+    auto [at, fresh] = claimed.emplace(key, in);
+    if (!fresh) throw UsageError(command + ": " + at->second + " and " + in + " would both write " + o);
+    if (ins.count(key)) throw UsageError(command + ": the output " + o + " of " + in + " is one of the inputs");
+  }
+  std::error_code ec;
+  fs::create_directories(outDir, ec);
+  if (!fs::is_directory(outDir)) throw UsageError(outDir + ": cannot create the output folder");
+
+  BatchOptions options;
+  options.command = command;
+  // A few files at a time: enough to keep the threads busy between one
+  // file's serial steps (decoding, cq, encoding) and another's parallel
+  // ones, and never more images in memory than that.
+  options.inFlight = static_cast<std::size_t>(std::clamp(tbb::info::default_concurrency(), 2, 4));
+  options.progress = isatty(STDERR_FILENO) != 0;
+  BatchSummary s = runBatch(
+      inputs, [&](std::string const& in) { one(in, outputIn(in, outDir)); },
+      [](std::exception_ptr e) { return describeFailure(e).first; }, options);
+  return s.failed ? 1 : 0;
+}
+
+// The output an input gets in a folder: its name without its extension,
+// with `ending` in place of it.
+std::string named(std::string const& in, std::string const& dir, std::string const& ending) {
+  return (fs::path(dir) / (fs::path(in).stem().string() + ending)).string();
 }
 
 int cmdCall(std::string const& name, int nargout, std::string const& outDir, std::vector<std::string> const& files) {
@@ -229,7 +334,13 @@ struct Timer {
 };
 
 int cmdDemo(std::string const& input, std::string const& dir) {
+  auto path = [&](std::string const& f) { return (fs::path(dir) / f).string(); };
   fs::create_directories(dir);
+  Outputs files;
+  for (char const* f : {"gray.png", "hsv_h.png", "hsv_s.png", "hsv_v.png", "quantized_16.png", "quantized_16_dither.png",
+                        "quantized_256.png", "roundtrip_256.png", "half.png", "double.png", "gray8_from_double.png"})
+    files.add(path(f));
+  auto write = [&](std::string const& f, ndArray_tag const* image) { files.write(path(f), encodePng(image, path(f))); };
   ArrayPtr photo = readImage(input);
   if (!isRgb(photo.get()) || ndGetClassID(photo.get()) != ndclass::UInt8)
     throw UsageError(input + ": the demo needs an 8-bit RGB photo");
@@ -239,12 +350,11 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     double ms;
   };
   std::vector<Row> rows;
-  auto path = [&](std::string const& f) { return (fs::path(dir) / f).string(); };
 
   Timer t;
   ArrayPtr gray = std::move(run(pximages::_rgb2gray, 1, {photo.get()})[0]);
   rows.push_back({"gray.png", "rgb2gray", "luminance", t.ms()});
-  writePng(path("gray.png"), gray.get());
+  write("gray.png", gray.get());
 
   t = Timer();
   ArrayPtr hsv = std::move(run(pximages::_rgb2hsv, 1, {photo.get()})[0]);
@@ -253,7 +363,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
   for (std::size_t c = 0; c < 3; ++c) {
     ArrayPtr p = plane(hsv.get(), c);
     ArrayPtr b = std::move(run(pximages::_grayto8, 1, {p.get()})[0]);
-    writePng(path(planes[c]), b.get());
+    write(planes[c], b.get());
   }
   rows.push_back({"hsv_{h,s,v}.png", "rgb2hsv", "planes through grayto8", hsvMs});
 
@@ -264,7 +374,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     double cqMs = t.ms();
     ArrayPtr m = unitMap(out[0].get());
     std::string file = "quantized_" + std::to_string(k) + ".png";
-    writeIndexedPng(path(file), out[1].get(), out[0].get());
+    files.write(path(file), encodeIndexedPng(out[1].get(), out[0].get(), path(file)));
     t = Timer();
     ArrayPtr rgb = std::move(run(pximages::_ind2rgb8, 1, {out[1].get(), m.get()})[0]);
     double indMs = t.ms();
@@ -272,8 +382,21 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     note << qzhost::dimsOf(out[0].get())[0] << " colours, PSNR " << std::fixed << std::setprecision(2)
          << psnr(photo.get(), rgb.get()) << " dB";
     rows.push_back({file, "cq", note.str(), cqMs});
+    if (k == 16) {
+      // The same map with Floyd-Steinberg dithering, beside the plain one.
+      t = Timer();
+      ArrayPtr dithered = qzcall::ditherToMap(photo.get(), out[0].get());
+      double ditherMs = t.ms();
+      std::string const dfile = "quantized_16_dither.png";
+      files.write(path(dfile), encodeIndexedPng(dithered.get(), out[0].get(), path(dfile)));
+      ArrayPtr drgb = std::move(run(pximages::_ind2rgb8, 1, {dithered.get(), m.get()})[0]);
+      std::ostringstream dnote;
+      dnote << "cq's 16 colours, Floyd-Steinberg, PSNR " << std::fixed << std::setprecision(2)
+            << psnr(photo.get(), drgb.get()) << " dB";
+      rows.push_back({dfile, "(host)", dnote.str(), ditherMs});
+    }
     if (k == 256) {
-      writePng(path("roundtrip_256.png"), rgb.get());
+      write("roundtrip_256.png", rgb.get());
       rows.push_back({"roundtrip_256.png", "ind2rgb8", "index + map back to RGB", indMs});
     }
   }
@@ -286,7 +409,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
                qzfilters::Method::Bicubic, true);
     double ms = t.ms();
     std::string file = s < 1 ? "half.png" : "double.png";
-    writePng(path(file), r.get());
+    write(file, r.get());
     auto rd = qzhost::dimsOf(r.get());
     rows.push_back({file, "imresize", "bicubic " + std::to_string(rd[1]) + "x" + std::to_string(rd[0]), ms});
   }
@@ -298,7 +421,8 @@ int cmdDemo(std::string const& input, std::string const& dir) {
   t = Timer();
   ArrayPtr back = std::move(run(pximages::_grayto8, 1, {unit.get()})[0]);
   rows.push_back({"gray8_from_double.png", "grayto8", "double in [0,1] to uint8", t.ms()});
-  writePng(path("gray8_from_double.png"), back.get());
+  write("gray8_from_double.png", back.get());
+  files.commit();
 
   std::cout << "demo on " << input << " (" << d[1] << "x" << d[0] << "), results in " << dir << "/\n\n";
   std::cout << std::left << std::setw(24) << "file" << std::setw(10) << "built-in" << std::right << std::setw(10)
@@ -317,46 +441,50 @@ int main(int argc, char** argv) {
   CLI::App app{"qzimages: image built-ins on PNG, JPEG, TIFF and .npy files"};
   app.require_subcommand(1);
 
-  std::string in, out, prefix, mapPath, size, method = "bicubic", name, outDir = ".", demoDir = "demo-out";
+  std::string out, prefix, mapPath, size, method = "bicubic", name, outDir = ".", demoDir = "demo-out", batchDir;
   std::string demoInput = QZ_SAMPLE_PHOTO;
   double k = 0, scale = 0;
   int nargout = 1;
-  bool npy = false, noAntialias = false;
-  std::vector<std::string> files;
+  bool npy = false, noAntialias = false, dither = false;
+  std::vector<std::string> files, inputs;
 
+  // The image subcommands take one input with -o, or any number with -O.
+  auto imageIO = [&](CLI::App* sub, char const* what, char const* output) {
+    sub->add_option("inputs", inputs, std::string(what) + " (several with -O; - reads standard input)")->required();
+    sub->add_option("-o,--output", out, output);
+    sub->add_option("-O,--outdir", batchDir, "folder for the outputs of any number of inputs, named after them");
+  };
   auto* gray = app.add_subcommand("gray", "Weighted luminance of an RGB image (rgb2gray); 16-bit stays 16-bit");
-  gray->add_option("input", in, "PNG or JPEG image")->required();
-  gray->add_option("-o,--output", out, "output PNG")->required();
+  imageIO(gray, "PNG, JPEG or TIFF images", "output PNG or TIFF (.tif); - writes PNG to standard output");
 
   auto* hsv = app.add_subcommand("hsv", "Hue, saturation and value planes as 8-bit PNGs (rgb2hsv, grayto8)");
-  hsv->add_option("input", in, "PNG or JPEG image")->required();
-  hsv->add_option("-o,--output", prefix, "prefix: writes PREFIX_h.png, PREFIX_s.png, PREFIX_v.png")->required();
+  hsv->add_option("inputs", inputs, "PNG, JPEG or TIFF images (several with -O; - reads standard input)")->required();
+  hsv->add_option("-o,--output", prefix, "prefix: writes PREFIX_h.png, PREFIX_s.png, PREFIX_v.png");
+  hsv->add_option("-O,--outdir", batchDir, "folder for the planes of any number of inputs, NAME_h.png ...");
   hsv->add_flag("--npy", npy, "also write the double HSV image as PREFIX.npy");
 
   auto* quant = app.add_subcommand("quantize", "Reduce an 8-bit image to at most K colours (cq)");
-  quant->add_option("input", in, "PNG or JPEG image")->required();
+  imageIO(quant, "PNG, JPEG or TIFF images", "output PNG (palette PNG for up to 256 colours); - writes to standard output");
   quant->add_option("-k,--colors", k, "number of colours, 0 to 65536")->required();
-  quant->add_option("-o,--output", out, "output PNG (palette PNG for up to 256 colours)")->required();
-  quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy");
+  quant->add_flag("--dither", dither, "map onto cq's colours with Floyd-Steinberg error diffusion");
+  auto* mapOpt = quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy (one input)");
 
   auto* ind = app.add_subcommand("ind2rgb", "Expand an indexed image through its colour map (ind2rgb8)");
-  ind->add_option("index", in, "palette PNG, or index array .npy (double: 1-based; integer: 0-based)")->required();
+  imageIO(ind, "palette PNGs, or index arrays .npy (double: 1-based; integer: 0-based)",
+          "output PNG or TIFF (.tif); - writes PNG to standard output");
   ind->add_option("--map", mapPath, "colour map .npy, K-by-3 doubles in [0,1]");
-  ind->add_option("-o,--output", out, "output PNG")->required();
 
   auto* to8 = app.add_subcommand("to8", "Convert a 16-bit gray PNG or TIFF, a float TIFF or a double/single .npy to 8 bits (grayto8)");
-  to8->add_option("input", in, "16-bit gray PNG or TIFF, float TIFF, or .npy array")->required();
-  to8->add_option("-o,--output", out, "output PNG")->required();
+  imageIO(to8, "16-bit gray PNGs or TIFFs, float TIFFs, or .npy arrays", "output PNG; - writes to standard output");
 
   auto* rs = app.add_subcommand("resize", "Resample an image (imresize, once per dimension)");
-  rs->add_option("input", in, "PNG or JPEG image")->required();
+  imageIO(rs, "PNG, JPEG or TIFF images", "output PNG or TIFF (.tif, also for float images); - writes PNG to standard output");
   auto* scaleOpt = rs->add_option("--scale", scale, "scale factor, e.g. 0.5");
   auto* sizeOpt = rs->add_option("--size", size, "output size HxW, e.g. 300x400");
   scaleOpt->excludes(sizeOpt);
   rs->add_option("--method", method, "nearest, bilinear, bicubic, lanczos2, lanczos3 or box")
       ->check(CLI::IsMember({"nearest", "bilinear", "bicubic", "lanczos2", "lanczos3", "box"}));
   rs->add_flag("--no-antialias", noAntialias, "do not widen the kernel when shrinking");
-  rs->add_option("-o,--output", out, "output PNG")->required();
 
   auto* call = app.add_subcommand("call", "Call a built-in on .npy arrays; outputs go to OUTDIR/out<k>.npy");
   call->add_option("name", name, "cq, grayto8, imresize, ind2rgb8, rgb2gray or rgb2hsv")->required();
@@ -379,32 +507,38 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  // A TIFF stays a TIFF (float images need it); everything else becomes PNG.
+  auto sameKind = [](std::string const& in, std::string const& dir) {
+    return named(in, dir, isTiffName(in) ? ".tif" : ".png");
+  };
+  auto png = [](std::string const& in, std::string const& dir) { return named(in, dir, ".png"); };
   try {
-    if (gray->parsed()) return cmdGray(in, out);
-    if (hsv->parsed()) return cmdHsv(in, prefix, npy);
-    if (quant->parsed()) return cmdQuantize(in, k, out, mapPath);
-    if (ind->parsed()) return cmdInd2rgb(in, mapPath, out);
-    if (to8->parsed()) return cmdTo8(in, out);
-    if (rs->parsed()) return cmdResize(in, scale, size, method, noAntialias, out);
+    if (gray->parsed()) return runImageCommand("gray", inputs, out, batchDir, cmdGray, sameKind);
+    if (hsv->parsed())
+      return runImageCommand(
+          "hsv", inputs, prefix, batchDir, [&](auto const& in, auto const& p) { cmdHsv(in, p, npy); },
+          [](std::string const& in, std::string const& dir) { return named(in, dir, ""); });
+    if (quant->parsed()) {
+      if (mapOpt->count() && !batchDir.empty())
+        throw UsageError("quantize: --map names the map of one input; it does not go with -O");
+      return runImageCommand(
+          "quantize", inputs, out, batchDir, [&](auto const& in, auto const& o) { cmdQuantize(in, k, dither, o, mapPath); },
+          png);
+    }
+    if (ind->parsed())
+      return runImageCommand(
+          "ind2rgb", inputs, out, batchDir, [&](auto const& in, auto const& o) { cmdInd2rgb(in, mapPath, o); }, sameKind);
+    if (to8->parsed()) return runImageCommand("to8", inputs, out, batchDir, cmdTo8, png);
+    if (rs->parsed())
+      return runImageCommand(
+          "resize", inputs, out, batchDir,
+          [&](auto const& in, auto const& o) { cmdResize(in, scale, size, method, noAntialias, o); }, sameKind);
     if (call->parsed()) return cmdCall(name, nargout, outDir, files);
     if (demo->parsed()) return cmdDemo(demoInput, demoDir);
-  } catch (BuiltinFailed const&) {
-    return 1;  // already reported
-  } catch (ContractError const& e) {
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
-  } catch (UsageError const& e) {
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
-  } catch (FileError const& e) {
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
-  } catch (qzhost::HostError const& e) {
-    std::cerr << "error: " << e.identifier() << ": " << e.message() << "\n";
-    return 2;
-  } catch (std::exception const& e) {
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
+  } catch (...) {
+    auto [text, status] = describeFailure(std::current_exception());
+    std::cerr << text;
+    return status;
   }
   return 2;
 }

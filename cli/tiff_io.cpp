@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 #include <limits>
 #include <vector>
 
+#include "messages.hpp"
 #include "pixels.hpp"
 
 namespace qzcli {
@@ -244,7 +244,7 @@ qzhost::ArrayPtr decodeTiff(std::string const& bytes, std::string const& name, R
     throw FileError(name + ": corrupt or truncated TIFF: its header claims " + std::to_string(L.width) + "x" +
                     std::to_string(L.height) + " pixels, more than its " + std::to_string(bytes.size()) +
                     " bytes can hold");
-  if (L.spp > L.channels) std::cerr << "note: " << name << ": extra samples (alpha) dropped\n";
+  if (L.spp > L.channels) messages() << "note: " << name << ": extra samples (alpha) dropped\n";
 
   switch (kind) {
     case U8:
