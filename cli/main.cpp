@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 #include <tbb/info.h>
@@ -22,6 +23,7 @@
 #include "batch.hpp"
 #include "builtins.hpp"
 #include "dither.hpp"
+#include "files.hpp"
 #include "filters.hpp"
 #include "image_io.hpp"
 #include "messages.hpp"
@@ -93,9 +95,46 @@ double psnr(ndArray_tag const* a, ndArray_tag const* b) {
   return 10 * std::log10(255.0 * 255.0 / (se / double(n)));
 }
 
+// ---- Numbers on the command line --------------------------------------------------
+
+// A decimal number: digits with an optional point and exponent, nothing else.
+// Hexadecimal ("0x10"), "inf" and "nan" are not numbers a user means here.
+std::optional<double> parseDecimal(std::string const& text) {
+  std::size_t i = 0;
+  auto sign = [&] { i += i < text.size() && (text[i] == '+' || text[i] == '-'); };
+  auto digits = [&] {
+    std::size_t start = i;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+    return i - start;
+  };
+  sign();
+  std::size_t mantissa = digits();
+  if (i < text.size() && text[i] == '.') {
+    ++i;
+    mantissa += digits();
+  }
+  if (mantissa == 0) return std::nullopt;
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    ++i;
+    sign();
+    if (digits() == 0) return std::nullopt;
+  }
+  if (i != text.size()) return std::nullopt;
+  return std::strtod(text.c_str(), nullptr);
+}
+
+// A count written as plain digits, at most `max`.
+std::optional<std::size_t> parseCount(std::string const& text, std::size_t max) {
+  if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos)
+    return std::nullopt;
+  std::size_t v = std::stoul(text);
+  if (v > max) return std::nullopt;
+  return v;
+}
+
 // ---- Subcommands --------------------------------------------------------------
-// Each takes one input and writes its outputs through Outputs, all at the
-// end; a batch runs the same function once per input.
+// Each does one input and writes its outputs through Outputs, all or none;
+// with several inputs the same function runs once per input.
 
 ArrayPtr toGray(ArrayPtr img) {
   if (!isRgb(img.get())) return img;  // already one channel
@@ -112,16 +151,16 @@ void cmdGray(std::string const& in, std::string const& out) {
 }
 
 void cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
+  if (prefix.empty()) throw UsageError("the output prefix is empty");
   Outputs files;
-  char const* names[] = {"_h.png", "_s.png", "_v.png"};
-  for (char const* n : names) files.add(prefix + n);
+  std::vector<std::string> planes{prefix + "_h.png", prefix + "_s.png", prefix + "_v.png"};
+  for (auto const& p : planes) files.add(p);
   if (npy) files.add(prefix + ".npy");
   ArrayPtr img = asRgb(readImage(in));
   ArrayPtr hsv = std::move(run(pximages::_rgb2hsv, 1, {img.get()})[0]);
   for (std::size_t c = 0; c < 3; ++c) {
     ArrayPtr p = plane(hsv.get(), c);
-    std::string const path = prefix + names[c];
-    files.write(path, encodePng(run(pximages::_grayto8, 1, {p.get()})[0].get(), path));
+    files.write(planes[c], encodePng(run(pximages::_grayto8, 1, {p.get()})[0].get(), planes[c]));
   }
   if (npy) files.write(prefix + ".npy", formatNpy(hsv.get()));
   files.commit();
@@ -132,31 +171,37 @@ struct Quantised {
   std::size_t colours;
 };
 
-// cq, then optionally the image dithered onto its map instead of cq's own
+// cq, optionally the image dithered onto cq's map in place of cq's own
 // index, then the image rebuilt from map and index through ind2rgb8.
 Quantised quantise(ndArray_tag const* img, double k, bool dither) {
   ArrayPtr kArg = scalar(k);
   auto out = run(pximages::_cq, 2, {img, kArg.get()});
   std::size_t const colours = qzhost::dimsOf(out[0].get())[0];
   Quantised q{std::move(out[0]), std::move(out[1]), nullptr, colours};
-  if (q.colours > 0) {
-    if (dither) q.index = qzcall::ditherToMap(img, q.map.get());
-    ArrayPtr m = unitMap(q.map.get());
-    q.rgb = std::move(run(pximages::_ind2rgb8, 1, {q.index.get(), m.get()})[0]);
-  }
+  if (dither) q.index = qzcall::ditherToMap(img, q.map.get());
+  ArrayPtr m = unitMap(q.map.get());
+  q.rgb = std::move(run(pximages::_ind2rgb8, 1, {q.index.get(), m.get()})[0]);
   return q;
 }
 
-void cmdQuantize(std::string const& in, double k, bool dither, std::string const& out, std::string const& mapPath) {
+// The -k argument, checked before any file is read.
+double parseColours(std::string const& kText) {
+  auto k = parseDecimal(kText);
+  if (!k) throw UsageError("-k: the number of colours must be an integer from 1 to 65536, not '" + kText + "'");
+  qzcall::checkColourCount(*k);
+  return *k;
+}
+
+void cmdQuantize(std::string const& in, double k, bool dither, std::string const& out,
+                 std::optional<std::string> const& mapPath) {
   Outputs files;
   files.add(out);
-  if (!mapPath.empty()) files.add(mapPath);
+  if (mapPath) files.add(*mapPath);
   ArrayPtr img = asRgb(readImage(in));
   if (ndGetClassID(img.get()) != ndclass::UInt8) throw UsageError(inputName(in) + ": quantize needs an 8-bit image");
   Quantised q = quantise(img.get(), k, dither);
-  if (q.colours == 0) throw UsageError("no colours requested (-k 0): nothing to write");
   files.write(out, q.colours <= 256 ? encodeIndexedPng(q.index.get(), q.map.get(), out) : encodeImage(q.rgb.get(), out));
-  if (!mapPath.empty()) files.write(mapPath, formatNpy(unitMap(q.map.get()).get()));
+  if (mapPath) files.write(*mapPath, formatNpy(unitMap(q.map.get()).get()));
   files.commit();
   // With the image on standard output, the numbers go with the messages.
   std::ostream& to = out == "-" ? messages() : report();
@@ -191,43 +236,48 @@ void cmdTo8(std::string const& in, std::string const& out) {
 }
 
 // Resamples both dimensions with one imresize call each.
-ArrayPtr resize(ArrayPtr img, std::size_t outRows, std::size_t outCols, double sRows, double sCols,
-                qzfilters::Method method, bool antialias) {
-  qzcall::ResampleRequest r{outRows, outCols, sRows, sCols, method, antialias};
+ArrayPtr resize(ArrayPtr img, qzcall::ResampleRequest const& r) {
   return qzcall::resample(img.get(), r, [](ndArray_tag const* a, ndArray_tag const* w, ndArray_tag const* x,
                                            ndArray_tag const* dim) {
     return std::move(run(pximages::_imresize, 1, {a, w, x, dim})[0]);
   });
 }
 
-void cmdResize(std::string const& in, double scale, std::string const& size, std::string const& methodName,
-               bool noAntialias, std::string const& out) {
+// What resize was asked for, checked before any file is read.
+struct ResizeSpec {
+  std::optional<double> scale;
+  std::size_t h = 0, w = 0;
+  qzfilters::Method method;
+  bool antialias;
+};
+
+ResizeSpec parseResize(std::optional<std::string> const& scaleText, std::optional<std::string> const& size,
+                       std::string const& methodName, bool noAntialias) {
   auto method = qzfilters::parseMethod(methodName);
   if (!method) throw UsageError("unknown method '" + methodName + "'");
+  ResizeSpec spec{std::nullopt, 0, 0, *method, !noAntialias};
+  if (scaleText) {
+    spec.scale = parseDecimal(*scaleText);
+    if (!spec.scale) throw UsageError("--scale: '" + *scaleText + "' is not a decimal number");
+  } else {
+    std::size_t x = size->find_first_of("xX");
+    auto hh = parseCount(size->substr(0, x), 999999999);
+    auto ww = x == std::string::npos ? std::nullopt : parseCount(size->substr(x + 1), 999999999);
+    if (!hh || !ww) throw UsageError("--size: '" + *size + "' is not HxW with H and W whole numbers, e.g. 300x400");
+    spec.h = *hh;
+    spec.w = *ww;
+  }
+  return spec;
+}
+
+void cmdResize(std::string const& in, ResizeSpec const& spec, std::string const& out) {
   Outputs files;
   files.add(out);
   ArrayPtr img = readImage(in);
   auto d = qzhost::dimsOf(img.get());
-  std::size_t rows, cols;
-  double sRows, sCols;
-  if (!size.empty()) {
-    unsigned long long h = 0, w = 0;
-    char x = 0, extra = 0;
-    if (std::sscanf(size.c_str(), "%llu%c%llu%c", &h, &x, &w, &extra) != 3 || (x != 'x' && x != 'X') || h == 0 ||
-        w == 0 || h > (1u << 16) || w > (1u << 16))
-      throw UsageError("--size must be HxW with H and W from 1 to 65536, e.g. 300x400");
-    rows = h;
-    cols = w;
-    sRows = double(h) / double(d[0]);
-    sCols = double(w) / double(d[1]);
-  } else {
-    if (!(scale > 0) || !std::isfinite(scale)) throw UsageError("--scale must be a positive number");
-    rows = qzfilters::outputLength(d[0], scale);
-    cols = qzfilters::outputLength(d[1], scale);
-    if (rows > (1u << 16) || cols > (1u << 16)) throw UsageError("--scale makes the image too large");
-    sRows = sCols = scale;
-  }
-  files.write(out, encodeImage(resize(std::move(img), rows, cols, sRows, sCols, *method, !noAntialias).get(), out));
+  qzcall::ResampleRequest r = spec.scale ? qzcall::planResize(d[0], d[1], *spec.scale, spec.method, spec.antialias)
+                                         : qzcall::planResize(d[0], d[1], spec.h, spec.w, spec.method, spec.antialias);
+  files.write(out, encodeImage(resize(std::move(img), r).get(), out));
   files.commit();
 }
 
@@ -243,8 +293,8 @@ std::pair<std::string, int> describeFailure(std::exception_ptr failure) {
   } catch (qzhost::HostError const& e) {
     return {"error: " + e.identifier() + ": " + e.message() + "\n", 2};
   } catch (std::exception const& e) {
-    // Usage problems, unreadable or unwritable files, the host's own checks:
-    // the message says which.
+    // Usage problems, unreadable or unwritable files, requests beyond the
+    // limits: the message says which.
     return {std::string("error: ") + e.what() + "\n", 2};
   } catch (...) {
     return {"error: unexpected failure\n", 2};
@@ -255,20 +305,21 @@ std::pair<std::string, int> describeFailure(std::exception_ptr failure) {
 // with -O, each input to outputs named after it in that folder, as a batch.
 // `one(input, output)` does one file; `outputIn(input, folder)` names the
 // output (for hsv, the prefix) an input gets in the folder.
-int runImageCommand(std::string const& command, std::vector<std::string> const& inputs, std::string const& out,
-                    std::string const& outDir,
+int runImageCommand(std::string const& command, std::vector<std::string> const& inputs,
+                    std::optional<std::string> const& out, std::optional<std::string> const& outDir,
                     std::function<void(std::string const&, std::string const&)> const& one,
                     std::function<std::string(std::string const&, std::string const&)> const& outputIn) {
-  if (!out.empty() && !outDir.empty())
+  if (out && outDir)
     throw UsageError(command + ": give -o OUTPUT for one input or -O FOLDER for any number, not both");
-  if (outDir.empty()) {
+  if (!outDir) {
     if (inputs.size() > 1)
       throw UsageError(command + ": " + std::to_string(inputs.size()) +
                        " inputs need an output folder, -O FOLDER (-o names the output of one input)");
-    if (out.empty()) throw UsageError(command + ": give the output, -o OUTPUT (or -O FOLDER)");
-    one(inputs[0], out);
+    if (!out) throw UsageError(command + ": give the output, -o OUTPUT (or -O FOLDER)");
+    one(inputs[0], *out);
     return 0;
   }
+  std::string const& dir = *outDir;
   // Every output name is settled before any file is read: two inputs that
   // would write the same file, or an output that is another input, stop the
   // run here.
@@ -279,15 +330,15 @@ int runImageCommand(std::string const& command, std::vector<std::string> const& 
     ins.insert(fs::weakly_canonical(in).string());
   }
   for (auto const& in : inputs) {
-    std::string const o = outputIn(in, outDir);
+    std::string const o = outputIn(in, dir);
     std::string const key = fs::weakly_canonical(o).string();
     auto [at, fresh] = claimed.emplace(key, in);
     if (!fresh) throw UsageError(command + ": " + at->second + " and " + in + " would both write " + o);
     if (ins.count(key)) throw UsageError(command + ": the output " + o + " of " + in + " is one of the inputs");
   }
   std::error_code ec;
-  fs::create_directories(outDir, ec);
-  if (!fs::is_directory(outDir)) throw UsageError(outDir + ": cannot create the output folder");
+  fs::create_directories(dir, ec);
+  if (!fs::is_directory(dir)) throw UsageError(dir + ": cannot create the output folder");
 
   BatchOptions options;
   options.command = command;
@@ -297,7 +348,7 @@ int runImageCommand(std::string const& command, std::vector<std::string> const& 
   options.inFlight = static_cast<std::size_t>(std::clamp(tbb::info::default_concurrency(), 2, 4));
   options.progress = isatty(STDERR_FILENO) != 0;
   BatchSummary s = runBatch(
-      inputs, [&](std::string const& in) { one(in, outputIn(in, outDir)); },
+      inputs, [&](std::string const& in) { one(in, outputIn(in, dir)); },
       [](std::exception_ptr e) { return describeFailure(e).first; }, options);
   return s.failed ? 1 : 0;
 }
@@ -308,19 +359,29 @@ std::string named(std::string const& in, std::string const& dir, std::string con
   return (fs::path(dir) / (fs::path(in).stem().string() + ending)).string();
 }
 
-int cmdCall(std::string const& name, int nargout, std::string const& outDir, std::vector<std::string> const& files) {
+int cmdCall(std::string const& name, std::string const& nargoutText, std::string const& outDir,
+            std::vector<std::string> const& inputFiles) {
   qzhost::Gateway fn = gatewayByName(name);
   if (!fn) throw UsageError("unknown built-in '" + name + "' (one of: cq, grayto8, imresize, ind2rgb8, rgb2gray, rgb2hsv)");
+  auto nargout = parseCount(nargoutText, 64);
+  if (!nargout) throw UsageError("-n: the number of outputs must be a whole number from 0 to 64, not '" + nargoutText + "'");
+  // Every output the call may fill, checked and planned before it runs.
+  OutputFiles files;
+  files.makeFolder(outDir);
+  std::vector<std::string> paths;
+  for (std::size_t k = 0; k < std::max<std::size_t>(*nargout, 1); ++k) {
+    paths.push_back((fs::path(outDir) / ("out" + std::to_string(k) + ".npy")).string());
+    files.add(paths.back());
+  }
   std::vector<ArrayPtr> inputs;
-  for (auto const& f : files) inputs.push_back(readNpy(f));
+  for (auto const& f : inputFiles) inputs.push_back(readNpy(f));
   std::vector<ndArray_tag const*> raw;
   for (auto const& a : inputs) raw.push_back(a.get());
-  std::error_code ec;
-  fs::create_directories(outDir, ec);
-  if (!fs::is_directory(outDir)) throw UsageError(outDir + ": cannot create the output folder");
-  auto out = run(fn, nargout, raw, std::max(2, nargout));
-  for (std::size_t k = 0; k < out.size(); ++k)
-    if (out[k]) writeNpy((fs::path(outDir) / ("out" + std::to_string(k) + ".npy")).string(), out[k].get());
+  int const n = static_cast<int>(*nargout);
+  auto out = run(fn, n, raw, std::max<std::size_t>(2, *nargout));
+  for (std::size_t k = 0; k < paths.size(); ++k)
+    if (out[k]) files.write(paths[k], formatNpy(out[k].get()));
+  files.commit();
   return 0;
 }
 
@@ -335,12 +396,11 @@ struct Timer {
 
 int cmdDemo(std::string const& input, std::string const& dir) {
   auto path = [&](std::string const& f) { return (fs::path(dir) / f).string(); };
-  fs::create_directories(dir);
-  Outputs files;
+  OutputFiles files;
+  files.makeFolder(dir);
   for (char const* f : {"gray.png", "hsv_h.png", "hsv_s.png", "hsv_v.png", "quantized_16.png", "quantized_16_dither.png",
                         "quantized_256.png", "roundtrip_256.png", "half.png", "double.png", "gray8_from_double.png"})
     files.add(path(f));
-  auto write = [&](std::string const& f, ndArray_tag const* image) { files.write(path(f), encodePng(image, path(f))); };
   ArrayPtr photo = readImage(input);
   if (!isRgb(photo.get()) || ndGetClassID(photo.get()) != ndclass::UInt8)
     throw UsageError(input + ": the demo needs an 8-bit RGB photo");
@@ -350,6 +410,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     double ms;
   };
   std::vector<Row> rows;
+  auto write = [&](std::string const& f, ndArray_tag const* image) { files.write(path(f), encodePng(image, path(f))); };
 
   Timer t;
   ArrayPtr gray = std::move(run(pximages::_rgb2gray, 1, {photo.get()})[0]);
@@ -405,8 +466,7 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     ArrayPtr copy = qzhost::makeArray(ndclass::UInt8, {d[0], d[1], 3});
     std::memcpy(ndGetData(copy.get()), ndGetData(photo.get()), d[0] * d[1] * 3);
     t = Timer();
-    ArrayPtr r = resize(std::move(copy), qzfilters::outputLength(d[0], s), qzfilters::outputLength(d[1], s), s, s,
-               qzfilters::Method::Bicubic, true);
+    ArrayPtr r = resize(std::move(copy), qzcall::planResize(d[0], d[1], s, qzfilters::Method::Bicubic, true));
     double ms = t.ms();
     std::string file = s < 1 ? "half.png" : "double.png";
     write(file, r.get());
@@ -440,46 +500,52 @@ int main(int argc, char** argv) {
   using namespace qzcli;
   CLI::App app{"qzimages: image built-ins on PNG, JPEG, TIFF and .npy files"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("qzimages ") + QZ_VERSION);
 
-  std::string out, prefix, mapPath, size, method = "bicubic", name, outDir = ".", demoDir = "demo-out", batchDir;
+  std::string out, prefix, mapPath, method = "bicubic", name, outDir = ".", demoDir = "demo-out", batchDir;
   std::string demoInput = QZ_SAMPLE_PHOTO;
-  double k = 0, scale = 0;
-  int nargout = 1;
+  // Numbers are taken as text and read by parseDecimal/parseCount, which
+  // accept decimal notation only.
+  std::string k, scale, size, nargout = "1";
   bool npy = false, noAntialias = false, dither = false;
   std::vector<std::string> files, inputs;
 
   // The image subcommands take one input with -o, or any number with -O.
-  auto imageIO = [&](CLI::App* sub, char const* what, char const* output) {
-    sub->add_option("inputs", inputs, std::string(what) + " (several with -O; - reads standard input)")->required();
+  auto imageIO = [&](CLI::App* sub, std::string const& what, std::string const& output) {
+    sub->add_option("inputs", inputs, what + " (any number with -O; - reads standard input)")->required();
     sub->add_option("-o,--output", out, output);
     sub->add_option("-O,--outdir", batchDir, "folder for the outputs of any number of inputs, named after them");
   };
   auto* gray = app.add_subcommand("gray", "Weighted luminance of an RGB image (rgb2gray); 16-bit stays 16-bit");
-  imageIO(gray, "PNG, JPEG or TIFF images", "output PNG or TIFF (.tif); - writes PNG to standard output");
+  imageIO(gray, "PNG, JPEG or TIFF images", "output PNG, or TIFF if named .tif; - writes PNG to standard output");
 
   auto* hsv = app.add_subcommand("hsv", "Hue, saturation and value planes as 8-bit PNGs (rgb2hsv, grayto8)");
-  hsv->add_option("inputs", inputs, "PNG, JPEG or TIFF images (several with -O; - reads standard input)")->required();
+  hsv->add_option("inputs", inputs, "PNG, JPEG or TIFF images (any number with -O; - reads standard input)")
+      ->required();
   hsv->add_option("-o,--output", prefix, "prefix: writes PREFIX_h.png, PREFIX_s.png, PREFIX_v.png");
-  hsv->add_option("-O,--outdir", batchDir, "folder for the planes of any number of inputs, NAME_h.png ...");
+  hsv->add_option("-O,--outdir", batchDir, "folder for the planes of any number of inputs: NAME_h.png, ...");
   hsv->add_flag("--npy", npy, "also write the double HSV image as PREFIX.npy");
 
   auto* quant = app.add_subcommand("quantize", "Reduce an 8-bit image to at most K colours (cq)");
-  imageIO(quant, "PNG, JPEG or TIFF images", "output PNG (palette PNG for up to 256 colours); - writes to standard output");
-  quant->add_option("-k,--colors", k, "number of colours, 0 to 65536")->required();
+  imageIO(quant, "PNG, JPEG or TIFF images",
+          "output PNG (palette PNG for up to 256 colours); - writes to standard output");
+  quant->add_option("-k,--colors", k, "number of colours, an integer from 1 to 65536")->required();
   quant->add_flag("--dither", dither, "map onto cq's colours with Floyd-Steinberg error diffusion");
   auto* mapOpt = quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy (one input)");
 
   auto* ind = app.add_subcommand("ind2rgb", "Expand an indexed image through its colour map (ind2rgb8)");
   imageIO(ind, "palette PNGs, or index arrays .npy (double: 1-based; integer: 0-based)",
-          "output PNG or TIFF (.tif); - writes PNG to standard output");
+          "output PNG, or TIFF if named .tif; - writes PNG to standard output");
   ind->add_option("--map", mapPath, "colour map .npy, K-by-3 doubles in [0,1]");
 
-  auto* to8 = app.add_subcommand("to8", "Convert a 16-bit gray PNG or TIFF, a float TIFF or a double/single .npy to 8 bits (grayto8)");
+  auto* to8 = app.add_subcommand(
+      "to8", "Convert a 16-bit gray PNG or TIFF, a float TIFF or a double/single .npy to 8 bits (grayto8)");
   imageIO(to8, "16-bit gray PNGs or TIFFs, float TIFFs, or .npy arrays", "output PNG; - writes to standard output");
 
   auto* rs = app.add_subcommand("resize", "Resample an image (imresize, once per dimension)");
-  imageIO(rs, "PNG, JPEG or TIFF images", "output PNG or TIFF (.tif, also for float images); - writes PNG to standard output");
-  auto* scaleOpt = rs->add_option("--scale", scale, "scale factor, e.g. 0.5");
+  imageIO(rs, "PNG, JPEG or TIFF images",
+          "output PNG, or TIFF if named .tif (float images need it); - writes PNG to standard output");
+  auto* scaleOpt = rs->add_option("--scale", scale, "scale factor, a decimal number, e.g. 0.5");
   auto* sizeOpt = rs->add_option("--size", size, "output size HxW, e.g. 300x400");
   scaleOpt->excludes(sizeOpt);
   rs->add_option("--method", method, "nearest, bilinear, bicubic, lanczos2, lanczos3 or box")
@@ -488,7 +554,7 @@ int main(int argc, char** argv) {
 
   auto* call = app.add_subcommand("call", "Call a built-in on .npy arrays; outputs go to OUTDIR/out<k>.npy");
   call->add_option("name", name, "cq, grayto8, imresize, ind2rgb8, rgb2gray or rgb2hsv")->required();
-  call->add_option("-n,--nargout", nargout, "number of outputs asked for (default 1)")->check(CLI::Range(0, 64));
+  call->add_option("-n,--nargout", nargout, "number of outputs asked for, 0 to 64 (default 1)");
   call->add_option("-o,--outdir", outDir, "folder for the outputs (default .)");
   call->add_option("inputs", files, "input arrays (.npy), in order");
 
@@ -496,14 +562,33 @@ int main(int argc, char** argv) {
   demo->add_option("-o,--outdir", demoDir, "folder for the results (default demo-out)");
   demo->add_option("-i,--input", demoInput, "photo to use instead of the bundled one");
 
+  // A word where a subcommand belongs is named, with the ones there are.
+  if (argc > 1 && argv[1][0] != '-') {
+    std::string word = argv[1], known;
+    bool found = false;
+    for (auto const* sub : app.get_subcommands({})) {
+      found = found || sub->get_name() == word;
+      known += (known.empty() ? "" : ", ") + sub->get_name();
+    }
+    if (!found) {
+      std::cerr << "error: unknown subcommand '" << word << "' (one of: " << known << ")\n";
+      return 2;
+    }
+  }
   try {
     app.parse(argc, argv);
+  } catch (CLI::CallForHelp const& e) {
+    return app.exit(e);
+  } catch (CLI::CallForAllHelp const& e) {
+    return app.exit(e);
+  } catch (CLI::CallForVersion const& e) {
+    return app.exit(e);
   } catch (CLI::ParseError const& e) {
-    int code = app.exit(e);
-    return code == 0 ? 0 : 2;
+    std::cerr << "error: " << e.what() << " (qzimages --help for usage)\n";
+    return 2;
   }
   if (rs->parsed() && scaleOpt->count() == 0 && sizeOpt->count() == 0) {
-    std::cerr << "resize: give --scale S or --size HxW\n";
+    std::cerr << "error: resize: give --scale S or --size HxW\n";
     return 2;
   }
 
@@ -512,27 +597,41 @@ int main(int argc, char** argv) {
     return named(in, dir, isTiffName(in) ? ".tif" : ".png");
   };
   auto png = [](std::string const& in, std::string const& dir) { return named(in, dir, ".png"); };
+  // Which of -o and -O were given (an empty name is given, and refused as such).
+  auto given = [](CLI::App* sub, char const* option, std::string const& value) {
+    return sub->count(option) ? std::optional(value) : std::nullopt;
+  };
+  CLI::App* image = nullptr;
+  for (CLI::App* sub : {gray, hsv, quant, ind, to8, rs})
+    if (sub->parsed()) image = sub;
+  std::optional<std::string> const single = image ? given(image, "-o", image == hsv ? prefix : out) : std::nullopt;
+  std::optional<std::string> const folder = image ? given(image, "-O", batchDir) : std::nullopt;
   try {
-    if (gray->parsed()) return runImageCommand("gray", inputs, out, batchDir, cmdGray, sameKind);
+    if (gray->parsed()) return runImageCommand("gray", inputs, single, folder, cmdGray, sameKind);
     if (hsv->parsed())
       return runImageCommand(
-          "hsv", inputs, prefix, batchDir, [&](auto const& in, auto const& p) { cmdHsv(in, p, npy); },
+          "hsv", inputs, single, folder, [&](auto const& in, auto const& p) { cmdHsv(in, p, npy); },
           [](std::string const& in, std::string const& dir) { return named(in, dir, ""); });
     if (quant->parsed()) {
-      if (mapOpt->count() && !batchDir.empty())
+      double const colours = parseColours(k);
+      if (mapOpt->count() && folder)
         throw UsageError("quantize: --map names the map of one input; it does not go with -O");
+      std::optional<std::string> const map = mapOpt->count() ? std::optional(mapPath) : std::nullopt;
       return runImageCommand(
-          "quantize", inputs, out, batchDir, [&](auto const& in, auto const& o) { cmdQuantize(in, k, dither, o, mapPath); },
-          png);
+          "quantize", inputs, single, folder,
+          [&](auto const& in, auto const& o) { cmdQuantize(in, colours, dither, o, map); }, png);
     }
     if (ind->parsed())
       return runImageCommand(
-          "ind2rgb", inputs, out, batchDir, [&](auto const& in, auto const& o) { cmdInd2rgb(in, mapPath, o); }, sameKind);
-    if (to8->parsed()) return runImageCommand("to8", inputs, out, batchDir, cmdTo8, png);
-    if (rs->parsed())
+          "ind2rgb", inputs, single, folder, [&](auto const& in, auto const& o) { cmdInd2rgb(in, mapPath, o); },
+          sameKind);
+    if (to8->parsed()) return runImageCommand("to8", inputs, single, folder, cmdTo8, png);
+    if (rs->parsed()) {
+      ResizeSpec const spec = parseResize(scaleOpt->count() ? std::optional(scale) : std::nullopt,
+                                          sizeOpt->count() ? std::optional(size) : std::nullopt, method, noAntialias);
       return runImageCommand(
-          "resize", inputs, out, batchDir,
-          [&](auto const& in, auto const& o) { cmdResize(in, scale, size, method, noAntialias, o); }, sameKind);
+          "resize", inputs, single, folder, [&](auto const& in, auto const& o) { cmdResize(in, spec, o); }, sameKind);
+    }
     if (call->parsed()) return cmdCall(name, nargout, outDir, files);
     if (demo->parsed()) return cmdDemo(demoInput, demoDir);
   } catch (...) {

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <variant>
@@ -263,13 +261,7 @@ qzhost::ArrayPtr parseNpy(std::string const& bytes, std::string const& name) {
   return a;
 }
 
-qzhost::ArrayPtr readNpy(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw FileError(path + ": cannot open file");
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) throw FileError(path + ": read error");
-  return parseNpy(bytes, path);
-}
+qzhost::ArrayPtr readNpy(std::string const& path) { return parseNpy(readInputFile(path), path); }
 
 std::string npyDescr(ndArray_tag const* a) {
   ndClassID cls = ndGetClassID(a);
@@ -316,13 +308,5 @@ std::string formatNpy(ndArray_tag const* a) {
   return out;
 }
 
-void writeNpy(std::string const& path, ndArray_tag const* a) {
-  std::string bytes = formatNpy(a);
-  std::ofstream out(path, std::ios::binary);
-  if (!out) throw FileError(path + ": cannot open for writing");
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  out.close();
-  if (!out) throw FileError(path + ": write failed");
-}
 
 }  // namespace qzcli

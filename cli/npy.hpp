@@ -3,18 +3,12 @@
 // C or Fortran order and either byte order, become column-major host arrays;
 // arrays are written back in Fortran order, little-endian, version 1.0.
 
-#include <stdexcept>
 #include <string>
 
+#include "files.hpp"
 #include "qzhost/runtime.hpp"
 
 namespace qzcli {
-
-// A file that cannot be read as an array: the message names the file and
-// what is wrong with it.
-struct FileError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
 
 // dtype -> class: float64 double, float32 single, the eight integer types,
 // bool logical, complex128/complex64 complex double/single, and a structured
@@ -29,7 +23,7 @@ qzhost::ArrayPtr parseNpy(std::string const& bytes, std::string const& name);
 // .npy form.
 std::string npyDescr(ndArray_tag const* a);
 
-void writeNpy(std::string const& path, ndArray_tag const* a);
+// The bytes of a .npy file holding `a`.
 std::string formatNpy(ndArray_tag const* a);
 
 }  // namespace qzcli

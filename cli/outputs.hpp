@@ -1,19 +1,20 @@
 #pragma once
-// Where a command's inputs come from and its outputs go: the one place
-// files are read whole and written, with "-" for standard input and
-// standard output so that a command can sit in a pipe.
+// A command's inputs and outputs where "-" may stand for standard input or
+// standard output, so that a command can sit in a pipe.  Files go through
+// readInputFile and OutputFiles (all outputs or none); standard output gets
+// its bytes only once every file is in place.
 //
 //   Outputs out;
 //   out.add(png);  out.add(npy);        // before any work: refuses bad paths
 //   ...                                 // the work
-//   out.write(png, encodePng(...));     // held until commit
+//   out.write(png, encodePng(...));
 //   out.write(npy, formatNpy(...));
-//   out.commit();                       // every file written
+//   out.commit();                       // files renamed into place, then stdout
 
 #include <string>
 #include <vector>
 
-#include "npy.hpp"
+#include "files.hpp"
 
 namespace qzcli {
 
@@ -23,28 +24,23 @@ inline constexpr char const* kStdinName = "standard input";
 // How an input path is named in messages.
 std::string inputName(std::string const& path);
 
-// The bytes of the file `path`, or of standard input for "-".
+// The bytes of the file `path`, or of standard input for "-" (at most
+// kMaxInputBytes either way).
 std::string readInput(std::string const& path);
 
-// The outputs of one command (or of one input of a batch): nothing is
-// written before commit(), so a command that fails halfway leaves no
-// partial set of outputs behind.
 class Outputs {
  public:
-  // Plans an output; "-" is standard output, at most once.  Refuses
-  // (FileError) an empty path, a folder, and a path planned twice.
+  explicit Outputs(std::vector<std::string> readLater = {}) : files_(std::move(readLater)) {}
+  void makeFolder(std::string const& dir) { files_.makeFolder(dir); }
+  // As OutputFiles::add; "-" is standard output, at most once.
   void add(std::string const& path);
-  // The complete content of a planned output.
-  void write(std::string const& path, std::string bytes);
-  // Writes every output, standard output last.
+  void write(std::string const& path, std::string const& bytes);
   void commit();
 
  private:
-  struct Entry {
-    std::string path, bytes;
-    bool written = false;
-  };
-  std::vector<Entry> entries_;
+  OutputFiles files_;
+  bool toStdout_ = false;
+  std::string stdoutBytes_;
 };
 
 }  // namespace qzcli

@@ -1,5 +1,6 @@
 #include "filters.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -76,20 +77,51 @@ char const* methodName(Method m) {
   return "?";
 }
 
+namespace {
+
+// 2^53: every integer up to it is a double, and converts back exactly.
+constexpr double kExactIntegers = 9007199254740992.0;
+
+bool widens(double scale, Method method, bool antialias) {
+  return antialias && scale < 1 && method != Method::Nearest;
+}
+
+double supportWidth(double scale, Method method, bool antialias) {
+  double w = kernelOf(method).width;
+  return widens(scale, method, antialias) ? w / scale : w;
+}
+
+}  // namespace
+
 std::size_t outputLength(std::size_t inLength, double scale) {
   if (inLength == 0) return 0;
   double out = std::ceil(static_cast<double>(inLength) * scale);
+  if (!(out < kExactIntegers)) return static_cast<std::size_t>(kExactIntegers);  // NaN too
   return out < 1 ? 1 : static_cast<std::size_t>(out);
+}
+
+double filterTaps(double scale, Method method, bool antialias) {
+  return std::ceil(supportWidth(scale, method, antialias)) + 2;
 }
 
 Filter makeFilter(std::size_t inLength, std::size_t outLength, double scale, Method method, bool antialias) {
   if (inLength == 0 || outLength == 0) throw std::invalid_argument("cannot resample an empty dimension");
   if (!(scale > 0) || !std::isfinite(scale)) throw std::invalid_argument("the scale must be finite and positive");
+  double const taps = filterTaps(scale, method, antialias);
+  if (!(taps * static_cast<double>(outLength) <= static_cast<double>(kMaxFilterEntries)))
+    throw std::invalid_argument("a filter of " + std::to_string(static_cast<unsigned long long>(std::min(taps, 1e18))) + " taps for each of " +
+                                std::to_string(outLength) + " outputs is more than the limit of " +
+                                std::to_string(kMaxFilterEntries) + " weights");
+  // Input positions, and the input length they are reflected into, must
+  // stay where doubles hold integers exactly and convert without overflow.
+  if (!(static_cast<double>(outLength) / scale + taps < kExactIntegers / 4) ||
+      !(static_cast<double>(inLength) < kExactIntegers / 4))
+    throw std::invalid_argument("the scale is out of range for " + std::to_string(outLength) + " outputs");
   Kernel k = kernelOf(method);
-  bool widen = antialias && scale < 1 && method != Method::Nearest;
-  double width = widen ? k.width / scale : k.width;
+  bool widen = widens(scale, method, antialias);
+  double width = supportWidth(scale, method, antialias);
   auto h = [&](double x) { return widen ? scale * k.f(scale * x) : k.f(x); };
-  std::size_t const p = static_cast<std::size_t>(std::ceil(width)) + 2;
+  std::size_t const p = static_cast<std::size_t>(taps);
 
   std::vector<double> w(p * outLength), idx(p * outLength);
   for (std::size_t x = 0; x < outLength; ++x) {

@@ -27,12 +27,26 @@ struct Filter {
   std::vector<double> indices;  // 1-based positions along the input
 };
 
+// The most weights (taps times outputs) one filter may hold.  Every
+// resampling of an image within the readers' limits (65536 pixels a side)
+// needs at most about 600,000; a request beyond this one is a mistake that
+// would otherwise take gigabytes.
+constexpr std::size_t kMaxFilterEntries = std::size_t{1} << 22;
+
 // The output length for a scale: ceil(inLength * scale), at least 1 for a
-// non-empty input.
+// non-empty input; a length beyond 2^53 comes back as 2^53, so that the
+// caller can refuse it.
 std::size_t outputLength(std::size_t inLength, double scale);
 
-// Throws std::invalid_argument for an empty input, an empty output or a scale
-// that is not finite and positive.
+// The taps per output position makeFilter works with (before dropping taps
+// that carry no weight), as a double so that an absurd scale gives a large
+// number rather than an overflow.
+double filterTaps(double scale, Method method, bool antialias);
+
+// Throws std::invalid_argument for an empty input, an empty output, a scale
+// that is not finite and positive, and a filter of more than
+// kMaxFilterEntries weights or whose positions leave the range integers
+// convert exactly.
 Filter makeFilter(std::size_t inLength, std::size_t outLength, double scale, Method method, bool antialias);
 
 }  // namespace qzfilters

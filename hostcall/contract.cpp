@@ -1,5 +1,8 @@
 #include "contract.hpp"
 
+#include <cmath>
+#include <sstream>
+
 #include "qzimages/qzimages.hpp"
 
 namespace qzcall {
@@ -41,7 +44,15 @@ void imresizeContract(Inputs const& in) {
   if (ndGetClassID(w) != ndclass::Double || ndIsSparse(w) || ndGetNumberOfDimensions(w) != 2) return;
   double d = ndGetScalar(dim);
   bool alongRows = d >= 1 && d < 2;  // truncates to 1
-  std::size_t length = ndGetDimensions(a)[alongRows ? 0 : 1];
+  std::size_t const* ad = ndGetDimensions(a);
+  std::size_t const planes = ndGetNumberOfDimensions(a) == 3 ? ad[2] : 1;
+  // The output is L-by-N-by-P or M-by-L-by-P, L the columns of the weights.
+  std::size_t elements = 0;
+  if (__builtin_mul_overflow(ndGetDimensions(w)[1], ad[alongRows ? 1 : 0], &elements) ||
+      __builtin_mul_overflow(elements, planes, &elements) || elements > kMaxOutputElements)
+    throw ContractError("imresize: the output would have more than " + std::to_string(kMaxOutputElements) +
+                        " elements (the limit of one output)");
+  std::size_t length = ad[alongRows ? 0 : 1];
   std::size_t n = ndGetNumberOfElements(x);
   auto const* v = qzhost::dataOf<double>(x);
   for (std::size_t i = 0; i < n; ++i)
@@ -54,16 +65,27 @@ struct Entry {
   char const* name;
   qzhost::Gateway fn;
   void (*contract)(Inputs const&);
+  // The elements of the largest output per element of the first input, for
+  // the built-ins whose outputs follow their first input's size.
+  std::size_t growth;
 };
 
 constexpr Entry kBuiltins[] = {
-    {"cq", pximages::_cq, nullptr},
-    {"grayto8", pximages::_grayto8, nullptr},
-    {"imresize", pximages::_imresize, imresizeContract},
-    {"ind2rgb8", pximages::_ind2rgb8, nullptr},
-    {"rgb2gray", pximages::_rgb2gray, rgb2grayContract},
-    {"rgb2hsv", pximages::_rgb2hsv, rgb2hsvContract},
+    {"cq", pximages::_cq, nullptr, 1},
+    {"grayto8", pximages::_grayto8, nullptr, 1},
+    {"imresize", pximages::_imresize, imresizeContract, 0},
+    {"ind2rgb8", pximages::_ind2rgb8, nullptr, 3},
+    {"rgb2gray", pximages::_rgb2gray, rgb2grayContract, 1},
+    {"rgb2hsv", pximages::_rgb2hsv, rgb2hsvContract, 1},
 };
+
+void checkGrowth(Entry const& e, Inputs const& in) {
+  if (e.growth == 0 || in.empty()) return;
+  in[0]->complete_opaque_dimensions();
+  if (ndGetNumberOfElements(in[0]) > kMaxOutputElements / e.growth)
+    throw ContractError(std::string(e.name) + ": the output would have more than " +
+                        std::to_string(kMaxOutputElements) + " elements (the limit of one output)");
+}
 
 }  // namespace
 
@@ -85,9 +107,20 @@ std::vector<std::string> builtinNames() {
   return out;
 }
 
+void checkColourCount(double k) {
+  if (!(k >= 1 && k <= 65536 && k == std::floor(k))) {
+    std::ostringstream s;
+    s << "the number of colours must be an integer from 1 to 65536, not " << k;
+    throw ContractError(s.str());
+  }
+}
+
 void checkContract(qzhost::Gateway fn, Inputs const& inputs) {
   for (auto const& e : kBuiltins)
-    if (e.fn == fn && e.contract) e.contract(inputs);
+    if (e.fn == fn) {
+      if (e.contract) e.contract(inputs);
+      checkGrowth(e, inputs);
+    }
 }
 
 }  // namespace qzcall

@@ -11,6 +11,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <optional>
@@ -352,11 +353,16 @@ py::array rgb2gray(py::handle obj) {
 }
 
 py::array rgb2hsv(py::handle obj) {
-  return colourSpace(obj, "rgb2hsv", [](py::array const& img, ClassOf c, py::ssize_t h, py::ssize_t w) {
+  // The built-in converts double, single, uint8 and uint16 images and
+  // returns zeros for any other class: refused here rather than handed back.
+  py::array a = imageArg(obj, "rgb2hsv", false, false);
+  ndClassID cls = classOf(a.dtype())->cls;
+  if (cls != ndclass::Double && cls != ndclass::Single && cls != ndclass::UInt8 && cls != ndclass::UInt16)
+    throw py::type_error("rgb2hsv: the image must be float64, float32, uint8 or uint16, not " + dtypeName(a.dtype()));
+  return colourSpace(a, "rgb2hsv", [](py::array const& img, ClassOf c, py::ssize_t h, py::ssize_t w) {
     std::size_t pixels = static_cast<std::size_t>(h * w);
     std::vector<std::size_t> dims{3, static_cast<std::size_t>(w), static_cast<std::size_t>(h)};
-    // Single in, single out; everything else gives double, zeros for the
-    // classes the conversion does not take, as the built-in does.
+    // Single in, single out; the other three classes give double.
     ArrayPtr out = qzhost::makeArray(c.cls == ndclass::Single ? ndclass::Single : ndclass::Double, dims);
     void const* src = img.data();
     void* dst = ndGetData(out.get());
@@ -372,10 +378,8 @@ py::array rgb2hsv(py::handle obj) {
         case ndclass::UInt8:
           qz::launchRgb2Hsv(static_cast<std::uint8_t const*>(src), pixels, static_cast<double*>(dst), false);
           break;
-        case ndclass::UInt16:
+        default:  // uint16, the only class left
           qz::launchRgb2Hsv(static_cast<std::uint16_t const*>(src), pixels, static_cast<double*>(dst), false);
-          break;
-        default:
           break;
       }
     }
@@ -411,7 +415,13 @@ double scalarArg(py::handle obj, char const* what) {
 py::object cq(py::handle img, py::handle k, bool returnIndex) {
   Inputs in;
   in.add(imageArg(img, "cq", false, true));
-  in.addScalar(scalarArg(k, "cq: k"));
+  double const colours = scalarArg(k, "cq: k");
+  try {
+    qzcall::checkColourCount(colours);
+  } catch (qzcall::ContractError const& e) {
+    throw py::value_error(std::string("cq: ") + e.what());
+  }
+  in.addScalar(colours);
   auto out = invoke(builtin("cq"), returnIndex ? 2 : 1, in.raw());
   py::array map = toNumpy(std::move(out[0]));
   if (!returnIndex) return std::move(map);
@@ -423,10 +433,15 @@ py::object cq(py::handle img, py::handle k, bool returnIndex) {
 py::tuple quantize(py::handle img, py::handle k, bool dither) {
   Inputs in;
   in.add(imageArg(img, "quantize", false, true));
-  in.addScalar(scalarArg(k, "quantize: k"));
+  double const colours = scalarArg(k, "quantize: k");
+  try {
+    qzcall::checkColourCount(colours);
+  } catch (qzcall::ContractError const& e) {
+    throw py::value_error(std::string("quantize: ") + e.what());
+  }
+  in.addScalar(colours);
   auto out = invoke(builtin("cq"), 2, in.raw());
   if (dither) {
-    if (qzhost::dimsOf(out[0].get())[0] == 0) throw py::value_error("quantize: k = 0 leaves no colours to dither to");
     ndArray_tag const* image = in.arrays[0].get();
     py::gil_scoped_release nogil;
     out[1] = qzcall::ditherToMap(image, out[0].get());
@@ -443,10 +458,6 @@ py::array imresize(py::handle img, py::handle weights, py::handle indices, py::h
   return toNumpy(std::move(invoke(builtin("imresize"), 1, in.raw())[0]));
 }
 
-// The longest side resize() makes: beyond it a typo in a scale would ask
-// for gigabytes.
-constexpr double kMaxSide = 1 << 16;
-
 py::array resize(py::handle obj, py::object scale, py::object size, std::string const& method, bool antialias) {
   py::array img = asArray(obj, "resize");
   if (classOf(img.dtype())->complex)
@@ -460,30 +471,27 @@ py::array resize(py::handle obj, py::object scale, py::object size, std::string 
                           "' (nearest, bilinear, bicubic, lanczos2, lanczos3 or box)");
   if (scale.is_none() == size.is_none()) throw py::type_error("resize: give exactly one of scale and size");
   std::size_t rows = static_cast<std::size_t>(img.shape(0)), cols = static_cast<std::size_t>(img.shape(1));
-  if (rows == 0 || cols == 0) throw py::value_error("resize: the image is empty");
   qzcall::ResampleRequest r;
-  r.method = *m;
-  r.antialias = antialias;
-  if (!scale.is_none()) {
-    double s = scalarArg(scale, "resize: scale");
-    if (!(s > 0) || !std::isfinite(s)) throw py::value_error("resize: scale must be a positive number");
-    r.rows = qzfilters::outputLength(rows, s);
-    r.cols = qzfilters::outputLength(cols, s);
-    r.rowScale = r.colScale = s;
-  } else {
-    py::sequence hw = py::reinterpret_borrow<py::sequence>(size);
-    if (!py::isinstance<py::sequence>(size) || py::len(hw) != 2)
-      throw py::type_error("resize: size must be a pair (height, width)");
-    for (int i = 0; i < 2; ++i)
-      if (!py::isinstance<py::int_>(hw[i]) || hw[i].cast<long long>() < 1)
-        throw py::value_error("resize: size must hold two positive integers");
-    r.rows = hw[0].cast<std::size_t>();
-    r.cols = hw[1].cast<std::size_t>();
-    r.rowScale = double(r.rows) / double(rows);
-    r.colScale = double(r.cols) / double(cols);
+  try {
+    if (!scale.is_none()) {
+      r = qzcall::planResize(rows, cols, scalarArg(scale, "resize: scale"), *m, antialias);
+    } else {
+      py::sequence hw = py::reinterpret_borrow<py::sequence>(size);
+      if (!py::isinstance<py::sequence>(size) || py::len(hw) != 2)
+        throw py::type_error("resize: size must be a pair (height, width)");
+      std::size_t side[2];
+      for (int i = 0; i < 2; ++i) {
+        if (!py::isinstance<py::int_>(hw[i]) || py::isinstance<py::bool_>(hw[i]))
+          throw py::type_error("resize: size must hold two integers");
+        // Beyond any limit, and kept clear of the conversion to size_t.
+        long long v = std::clamp<long long>(py::int_(hw[i]).cast<long long>(), 0, 1LL << 40);
+        side[i] = static_cast<std::size_t>(v);
+      }
+      r = qzcall::planResize(rows, cols, side[0], side[1], *m, antialias);
+    }
+  } catch (qzcall::ResizeError const& e) {
+    throw py::value_error(std::string("resize: ") + e.what());
   }
-  if (double(r.rows) > kMaxSide || double(r.cols) > kMaxSide)
-    throw py::value_error("resize: the result would be larger than 65536 pixels on a side");
   Inputs in;
   in.add(img);
   ArrayPtr out =
@@ -548,9 +556,9 @@ C-ordered; any other layout goes through the built-in and comes back F-ordered.
   m.def("rgb2hsv", &rgb2hsv, py::arg("img"), R"doc(
 Hue, saturation and value, each in [0, 1] for in-range input.
 
-img: an H x W x 3 array. float32 gives float32; uint8 (scaled by 255), uint16
-(by 65535) and float64 give float64; any other integer dtype gives zeros, as the
-built-in does. A pixel with a NaN channel gets a NaN (or carried) hue.
+img: an H x W x 3 array, float64, float32, uint8 or uint16 (TypeError otherwise).
+float32 gives float32; uint8 (scaled by 255), uint16 (by 65535) and float64 give
+float64. A pixel with a NaN channel gets a NaN (or carried) hue.
 Returns an H x W x 3 array, C-ordered for C-contiguous input, F-ordered otherwise.
 )doc");
   m.def("ind2rgb8", &ind2rgb8, py::arg("index"), py::arg("cmap"), R"doc(
@@ -572,14 +580,14 @@ Returns a uint8 array of the same shape (F-ordered).
   m.def("cq", &cq, py::arg("img"), py::arg("k"), py::arg("return_index") = true, R"doc(
 Colour quantisation of an H x W x 3 uint8 image to at most k colours.
 
-k: a number from 0 to 65536 (fractions are truncated).
+k: the number of colours, an integer from 1 to 65536 (ValueError otherwise).
 Returns (cmap, index): cmap is a K' x 3 uint8 colour map (K' <= k), index the
 H x W 0-based index image, uint8 when K' <= 256 and uint16 otherwise.
 With return_index=False only cmap is returned. To look the index up again with
 ind2rgb8, pass cmap / 255.0 and the index as it is.
 )doc");
   m.def("quantize", &quantize, py::arg("img"), py::arg("k"), py::arg("dither") = false, R"doc(
-Reduces an H x W x 3 uint8 image to at most k colours (1 to 65536 with dither).
+Reduces an H x W x 3 uint8 image to at most k colours (an integer from 1 to 65536).
 
 Returns (cmap, index) as cq does: the K' x 3 uint8 colour map of cq, and the
 H x W 0-based index image, uint8 when K' <= 256 and uint16 otherwise. Without
@@ -600,7 +608,9 @@ Returns an array of img's dtype (uint8 for bool) with L rows or columns (F-order
 Resamples an H x W or H x W x 3 image in both dimensions.
 
 Give either scale (a positive number; the output is ceil(H*scale) x ceil(W*scale))
-or size=(height, width). method: nearest, bilinear, bicubic, lanczos2, lanczos3
+or size=(height, width). ValueError for a result with a side shorter than 1 pixel
+(H*scale < 1) or longer than 65536 pixels, more than 67,108,864 pixels in all, or
+a filter of more than 4,194,304 weights. method: nearest, bilinear, bicubic, lanczos2, lanczos3
 or box. With antialias (the default) the kernel is widened when shrinking.
 The filters are computed on the host side and the imresize built-in runs once
 per dimension, the one reduced more first.

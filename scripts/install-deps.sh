@@ -19,7 +19,8 @@ packages=(
                                    # pip install . (scikit-build drives the CMake build) and its test
   python3-distributed python3-tqdm # the dask.distributed batch example and its progress bar
   libbenchmark-dev                 # Google Benchmark: bench/
-  clang libfuzzer-14-dev           # make fuzz: clang 14 and its libFuzzer (and FuzzedDataProvider.h) for fuzz/
+  clang libfuzzer-14-dev           # make fuzz: clang 14 and libFuzzer.a for fuzz/
+  libclang-rt-14-dev               # clang's sanitizer runtimes and fuzzer/FuzzedDataProvider.h (the fuzz build)
   dpkg-dev                         # dpkg-source: unpacks oneTBB's source for the ThreadSanitizer build (make tsan)
 )
 

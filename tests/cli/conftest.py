@@ -15,8 +15,8 @@ def qz(request):
         pytest.fail("give --qzimages PATH")
     exe = os.path.abspath(exe)
 
-    def run(*args, check=None, cwd=None):
-        p = subprocess.run([exe, *map(str, args)], capture_output=True, text=True, cwd=cwd, timeout=300)
+    def run(*args, check=None, cwd=None, timeout=300):
+        p = subprocess.run([exe, *map(str, args)], capture_output=True, text=True, cwd=cwd, timeout=timeout)
         assert p.returncode >= 0, f"killed by signal {-p.returncode}: {p.stderr}"
         if check is not None:
             assert p.returncode == check, f"exit {p.returncode}, stderr: {p.stderr}"

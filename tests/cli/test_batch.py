@@ -105,7 +105,7 @@ def test_ind2rgb_expands_a_folder_of_palette_pngs(qz, folder, tmp_path):
     (["gray", "IN/a.png", "IN/sub/a.jpg", "-O", "OUT"], "a.png"),
     (["gray", "-", "IN/b.png", "-O", "OUT"], "standard input"),
     (["quantize", "-k", "4", "IN/a.png", "IN/b.png", "--map", "m.npy", "-O", "OUT"], "--map"),
-    (["quantize", "-k", "0", "--dither", "IN/a.png", "-o", "OUT/x.png"], "-k"),
+    (["quantize", "-k", "0", "--dither", "IN/a.png", "-o", "OUT/x.png"], "colours"),
 ])
 def test_usage_problems_stop_before_any_file_is_written(qz, folder, tmp_path, args, text):
     (folder / "sub").mkdir()

@@ -88,6 +88,18 @@ TEST(FiltersTest, RefusesMeaninglessRequests) {
   EXPECT_THROW(qzfilters::makeFilter(4, 0, 1.0, Method::Box, true), std::invalid_argument);
   EXPECT_THROW(qzfilters::makeFilter(4, 4, 0.0, Method::Box, true), std::invalid_argument);
   EXPECT_THROW(qzfilters::makeFilter(4, 4, NAN, Method::Box, true), std::invalid_argument);
+  // Absurd scales: taps beyond any integer, positions beyond exact doubles,
+  // tables beyond the limit; none may reach a conversion to an integer.
+  EXPECT_THROW(qzfilters::makeFilter(600, 1, 1e-19, Method::Bicubic, true), std::invalid_argument);
+  EXPECT_THROW(qzfilters::makeFilter(600, 1, 1e-300, Method::Box, false), std::invalid_argument);
+  EXPECT_THROW(qzfilters::makeFilter(600, 1, 1e-16, Method::Box, false), std::invalid_argument);
+  EXPECT_EQ(qzfilters::makeFilter(600, 1, 1e-14, Method::Box, false).outLength, 1u);
+  EXPECT_THROW(qzfilters::makeFilter(1, 1048577, 1.0, Method::Bilinear, true), std::invalid_argument);
+  EXPECT_EQ(qzfilters::makeFilter(1, 1048576, 1.0, Method::Bilinear, true).outLength, 1048576u);  // 4 taps: 2^22
+  EXPECT_EQ(qzfilters::filterTaps(0.5, Method::Lanczos3, true), 14.0);
+  EXPECT_EQ(qzfilters::filterTaps(0.5, Method::Lanczos3, false), 8.0);
+  EXPECT_EQ(qzfilters::outputLength(10, 1e300), std::size_t{1} << 53);
+  EXPECT_EQ(qzfilters::outputLength(3, 0.1), 1u);
   EXPECT_FALSE(qzfilters::parseMethod("cubic").has_value());
   EXPECT_EQ(qzfilters::parseMethod("lanczos3"), Method::Lanczos3);
 }
