@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "dither.hpp"
 #include "filters.hpp"
 #include "inputs.hpp"
 #include "qzimages/qzimages.hpp"
@@ -185,6 +186,67 @@ void addCq() {
   }
 }
 
+// Floyd-Steinberg dithering of the photo onto its cq map, on the host side;
+// serial by nature (each pixel waits for its neighbours' errors).
+void addDither() {
+  for (int k : {16, 256}) {
+    std::string const name = "BM_dither_uint8/colours:" + std::to_string(k);
+    benchmark::RegisterBenchmark(name.c_str(), [k, name](benchmark::State& state) {
+      ndArray_tag const* photo = qzbench::photo(ndclass::UInt8);
+      ArrayPtr kArg = qzbench::scalar(k), out[2];
+      qzbench::call(name, pximages::_cq, 1, out, {photo, kArg.get()});
+      std::size_t const colours = qzhost::dimsOf(out[0].get())[0];
+      ArrayPtr index;
+      for (auto _ : state) index = qzcall::ditherToMap(photo, out[0].get());
+      std::string problem = expectArray(index, ndclass::UInt8, {kRows, kCols});
+      auto const* ix = qzhost::dataOf<std::uint8_t>(index.get());
+      if (problem.empty() && *std::max_element(ix, ix + kRows * kCols) >= colours)
+        problem = "an index is outside the map";
+      if (!problem.empty()) qzbench::fail(name + ": " + problem);
+      state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                              static_cast<std::int64_t>(qzbench::bytesOf(photo) + qzbench::bytesOf(index.get())));
+    })
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond)
+        ->MinTime(kMinTime)
+        ->Repetitions(kRepetitions)
+        ->DisplayAggregatesOnly();
+  }
+}
+
+// The nearest colour of the photo's 256-colour map for a million of its
+// pixels, through the cell cache (filled as the queries come) and by
+// scanning the whole map.
+void addNearestColour() {
+  for (bool cached : {true, false}) {
+    std::string const name = std::string("BM_nearest_colour/") + (cached ? "cell_cache" : "plain") + "/colours:256";
+    benchmark::RegisterBenchmark(name.c_str(), [cached, name](benchmark::State& state) {
+      ndArray_tag const* photo = qzbench::photo(ndclass::UInt8);
+      ArrayPtr kArg = qzbench::scalar(256), out[2];
+      qzbench::call(name, pximages::_cq, 1, out, {photo, kArg.get()});
+      std::size_t const k = qzhost::dimsOf(out[0].get())[0], plane = kRows * kCols, n = std::size_t{1} << 20;
+      auto const* map = qzhost::dataOf<std::uint8_t>(out[0].get());
+      auto const* px = qzhost::dataOf<std::uint8_t>(photo);
+      for (auto _ : state) {
+        qzcall::NearestColour nearest(map, k);
+        std::size_t sum = 0;
+        for (std::size_t i = 0; i < n; ++i) {
+          std::size_t p = i * 11 % plane;  // spread over the photo
+          sum += cached ? nearest(px[p], px[plane + p], px[2 * plane + p])
+                        : qzcall::nearestColourPlain(map, k, px[p], px[plane + p], px[2 * plane + p]);
+        }
+        benchmark::DoNotOptimize(sum);
+      }
+      state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * n));
+    })
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond)
+        ->MinTime(kMinTime)
+        ->Repetitions(kRepetitions)
+        ->DisplayAggregatesOnly();
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -202,6 +264,8 @@ int main(int argc, char** argv) {
   addInd2rgb8();
   addGrayto8();
   addCq();
+  addDither();
+  addNearestColour();
 
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

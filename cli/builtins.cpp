@@ -1,13 +1,12 @@
 #include "builtins.hpp"
 
-#include <iostream>
-
+#include "messages.hpp"
 
 namespace qzcli {
 namespace {
 
 void printWarnings() {
-  for (auto const& w : qzhost::takeWarnings()) std::cerr << "warning: " << w.identifier << ": " << w.text << "\n";
+  for (auto const& w : qzhost::takeWarnings()) messages() << "warning: " << w.identifier << ": " << w.text << "\n";
 }
 
 }  // namespace
@@ -22,7 +21,7 @@ std::vector<qzhost::ArrayPtr> run(qzhost::Gateway fn, int numOutputs, std::vecto
     qzhost::call(fn, numOutputs, out.data(), static_cast<int>(inputs.size()), inputs.data());
   } catch (qzhost::HostError const& e) {
     printWarnings();
-    std::cerr << "error: " << e.identifier() << ": " << e.message() << "\n";
+    messages() << "error: " << e.identifier() << ": " << e.message() << "\n";
     throw BuiltinFailed{e.identifier()};
   }
   printWarnings();

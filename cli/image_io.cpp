@@ -5,6 +5,7 @@
 #include <jerror.h>
 #include <spng.h>
 
+#include <cctype>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -12,50 +13,25 @@
 #include <memory>
 #include <vector>
 
+#include "messages.hpp"
+#include "outputs.hpp"
+#include "pixels.hpp"
+#include "tiff_io.hpp"
+
 namespace qzcli {
-namespace {
 
-enum class Layout { Planar, Interleaved };
-
-bool isPng(std::string const& b) { return b.size() >= 8 && b.compare(0, 8, "\x89PNG\r\n\x1a\n", 8) == 0; }
-bool isJpeg(std::string const& b) { return b.size() >= 3 && b.compare(0, 3, "\xff\xd8\xff", 3) == 0; }
-
-// Row-major interleaved samples (the files' order) into column-major planes,
-// or kept in that order (dropping surplus channels) for the interleaved
-// layout.
-template <class T>
-qzhost::ArrayPtr toHost(T const* rows, std::size_t height, std::size_t width, std::size_t channelsIn,
-                        std::size_t channelsOut, Layout layout) {
-  if (layout == Layout::Interleaved) {
-    auto a = qzhost::makeArray(ndClassOf<T>::value, {channelsOut * width, height});
-    T* out = qzhost::dataOf<T>(a.get());
-    if (channelsIn == channelsOut) {
-      std::memcpy(out, rows, height * width * channelsIn * sizeof(T));
-    } else {
-      for (std::size_t p = 0; p < height * width; ++p)
-        for (std::size_t c = 0; c < channelsOut; ++c) out[p * channelsOut + c] = rows[p * channelsIn + c];
-    }
-    return a;
-  }
-  std::vector<std::size_t> dims{height, width};
-  if (channelsOut == 3) dims.push_back(3);
-  auto a = qzhost::makeArray(ndClassOf<T>::value, dims);
-  T* out = qzhost::dataOf<T>(a.get());
-  std::size_t plane = height * width;
-  for (std::size_t y = 0; y < height; ++y)
-    for (std::size_t x = 0; x < width; ++x)
-      for (std::size_t c = 0; c < channelsOut; ++c)
-        out[c * plane + x * height + y] = rows[(y * width + x) * channelsIn + c];
-  return a;
-}
-
-// Refuses an image larger than the limits allow, naming its size.
-void checkSize(std::string const& path, char const* format, std::size_t w, std::size_t h, ReadLimits const& limits) {
+void checkImageSize(std::string const& path, char const* format, std::size_t w, std::size_t h,
+                    ReadLimits const& limits) {
   if (w > limits.maxSide || h > limits.maxSide || w * h > limits.maxPixels)
     throw FileError(path + ": " + format + " image of " + std::to_string(w) + "x" + std::to_string(h) +
                     " pixels is larger than the reader allows (" + std::to_string(limits.maxSide) +
                     " pixels a side, " + std::to_string(limits.maxPixels) + " pixels in all)");
 }
+
+namespace {
+
+bool isPng(std::string const& b) { return b.size() >= 8 && b.compare(0, 8, "\x89PNG\r\n\x1a\n", 8) == 0; }
+bool isJpeg(std::string const& b) { return b.size() >= 3 && b.compare(0, 3, "\xff\xd8\xff", 3) == 0; }
 
 struct SpngCtx {
   spng_ctx* ctx;
@@ -92,7 +68,7 @@ DecodedPng decodePng(std::string const& bytes, std::string const& path, ReadLimi
   check(spng_get_ihdr(c.ctx, &d.ihdr), path, "invalid PNG header");
   // Refuse sizes beyond the limits, and sizes the file's bytes cannot fill,
   // before allocating for them.
-  checkSize(path, "PNG", d.ihdr.width, d.ihdr.height, limits);
+  checkImageSize(path, "PNG", d.ihdr.width, d.ihdr.height, limits);
   std::size_t size = 0;
   check(spng_decoded_image_size(c.ctx, SPNG_FMT_PNG, &size), path, "invalid PNG");
   if (size / kMaxDeflateRatio > bytes.size())
@@ -117,8 +93,9 @@ unsigned subByteSample(unsigned char const* row, std::size_t x, unsigned depth) 
   return (row[bit / 8] >> shift) & ((1u << depth) - 1);
 }
 
-qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, ReadLimits const& limits,
-                         Layout layout, std::size_t& colour) {
+// `colour` is set to the channels handed over: 1 (gray) or 3 (RGB).
+qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, ReadLimits const& limits, PixelOrder layout,
+                         std::size_t& colour) {
   DecodedPng d = decodePng(bytes, path, limits);
   std::size_t const w = d.ihdr.width, h = d.ihdr.height;
   unsigned const depth = d.ihdr.bit_depth, type = d.ihdr.color_type;
@@ -128,7 +105,7 @@ qzhost::ArrayPtr readPng(std::string const& bytes, std::string const& path, Read
                          : type == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA ? 4
                                                                    : 1;
   bool alpha = channels == 2 || channels == 4 || d.hasTrns;
-  if (alpha) std::cerr << "note: " << path << ": alpha channel dropped\n";
+  if (alpha) messages() << "note: " << path << ": alpha channel dropped\n";
   colour = channels >= 3 || type == SPNG_COLOR_TYPE_INDEXED ? 3 : 1;
 
   if (depth == 16) {
@@ -236,8 +213,8 @@ bool jpegRead(jpeg_decompress_struct* cinfo, JpegError* err, std::vector<std::ui
 // coefficients of three full-resolution components take six.
 constexpr std::size_t kJpegBytesPerPixel = 8;
 
-qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, ReadLimits const& limits,
-                          Layout layout, std::size_t& colour) {
+qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, ReadLimits const& limits, PixelOrder layout,
+                          std::size_t& colour) {
   jpeg_decompress_struct cinfo;
   JpegError err{};
   cinfo.err = jpeg_std_error(&err.mgr);
@@ -252,7 +229,7 @@ qzhost::ArrayPtr readJpeg(std::string const& bytes, std::string const& path, Rea
     throw FileError(path + ": corrupt JPEG: " + err.message);
   // The header alone can claim any size: check it before libjpeg takes
   // memory for it.
-  checkSize(path, "JPEG", cinfo.image_width, cinfo.image_height, limits);
+  checkImageSize(path, "JPEG", cinfo.image_width, cinfo.image_height, limits);
   if (!jpegStart(&cinfo, &err)) throw FileError(path + ": corrupt JPEG: " + err.message);
   std::size_t const w = cinfo.output_width, h = cinfo.output_height;
   std::size_t const channels = static_cast<std::size_t>(cinfo.output_components);
@@ -277,6 +254,7 @@ std::string encode(std::string const& path, spng_ihdr ihdr, std::vector<unsigned
   return std::string(static_cast<char const*>(buf.get()), len);
 }
 
+// Gray or RGB rows of 8- or 16-bit samples, in the file's order.
 std::string encodeRows(std::string const& path, std::vector<unsigned char> const& rows, std::size_t h, std::size_t w,
                        std::size_t channels, std::size_t bytesPer) {
   spng_ihdr ihdr{};
@@ -287,32 +265,36 @@ std::string encodeRows(std::string const& path, std::vector<unsigned char> const
   return encode(path, ihdr, rows, nullptr);
 }
 
-qzhost::ArrayPtr decodeAs(std::string const& bytes, std::string const& name, ReadLimits const& limits, Layout layout,
-                          std::size_t& colour) {
-  if (isPng(bytes)) return readPng(bytes, name, limits, layout, colour);
-  if (isJpeg(bytes)) return readJpeg(bytes, name, limits, layout, colour);
-  throw FileError(name + ": not a PNG or JPEG file");
-}
-
 }  // namespace
 
 qzhost::ArrayPtr decodeImage(std::string const& bytes, std::string const& name, ReadLimits const& limits) {
   std::size_t colour = 0;
-  return decodeAs(bytes, name, limits, Layout::Planar, colour);
+  if (isPng(bytes)) return readPng(bytes, name, limits, PixelOrder::Planar, colour);
+  if (isJpeg(bytes)) return readJpeg(bytes, name, limits, PixelOrder::Planar, colour);
+  if (isTiff(bytes)) return decodeTiff(bytes, name, limits);
+  throw FileError(name + ": not a PNG, JPEG or TIFF file");
 }
 
-qzhost::ArrayPtr readImage(std::string const& path) { return decodeImage(readInputFile(path), path); }
+qzhost::ArrayPtr readImage(std::string const& path) { return decodeImage(readInput(path), inputName(path)); }
 
-InterleavedImage readInterleaved(std::string const& path) {
+std::optional<InterleavedImage> decodeInterleaved(std::string const& bytes, std::string const& name,
+                                                  ReadLimits const& limits) {
   InterleavedImage img;
-  img.pixels = decodeAs(readInputFile(path), path, {}, Layout::Interleaved, img.channels);
+  if (isPng(bytes))
+    img.pixels = readPng(bytes, name, limits, PixelOrder::Interleaved, img.channels);
+  else if (isJpeg(bytes))
+    img.pixels = readJpeg(bytes, name, limits, PixelOrder::Interleaved, img.channels);
+  else
+    return std::nullopt;
   auto d = qzhost::dimsOf(img.pixels.get());  // (channels * width, height)
   img.width = d[0] / img.channels;
   img.height = d[1];
   return img;
 }
 
-std::optional<IndexedImage> readIndexedPng(std::string const& path) { return decodeIndexedPng(readInputFile(path), path); }
+std::optional<IndexedImage> readIndexedPng(std::string const& path) {
+  return decodeIndexedPng(readInput(path), inputName(path));
+}
 
 std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::string const& path,
                                              ReadLimits const& limits) {
@@ -368,6 +350,22 @@ std::string encodePng(InterleavedImage const& image, std::string const& path) {
   // Already in the file's order.
   auto const* data = static_cast<unsigned char const*>(ndGetData(a));
   return encodeRows(path, std::vector<unsigned char>(data, data + h * w * ch * bytesPer), h, w, ch, bytesPer);
+}
+
+bool isTiffName(std::string const& path) {
+  auto dot = path.rfind('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
+  std::string ext = path.substr(dot + 1);
+  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return ext == "tif" || ext == "tiff";
+}
+
+std::string encodeImage(ndArray_tag const* image, std::string const& path) {
+  if (isTiffName(path)) return encodeTiff(image, path);
+  ndClassID cls = ndGetClassID(image);
+  if (cls == ndclass::Single || cls == ndclass::Double)
+    throw FileError(path + ": a floating-point image can only be written as TIFF (name the output .tif)");
+  return encodePng(image, path);
 }
 
 std::string encodeIndexedPng(ndArray_tag const* index, ndArray_tag const* map, std::string const& path) {

@@ -21,8 +21,9 @@ struct ReadLimits {
   std::size_t maxPixels = std::size_t{1} << 26;   // width times height (8192 x 8192)
 };
 
-// Reads a PNG (8 or 16 bit; gray, gray+alpha, RGB, RGBA or palette) or a
-// JPEG, recognised by content, not by name.  Alpha is dropped with a note on
+// Reads a PNG (8 or 16 bit; gray, gray+alpha, RGB, RGBA or palette), a
+// JPEG or a TIFF (8 or 16 bit, or 32-bit float: a single image), recognised
+// by content, not by name.  Alpha is dropped with a note on
 // stderr; a palette is expanded to RGB.  Throws FileError.
 qzhost::ArrayPtr readImage(std::string const& path);
 // The same from the bytes of a file already in memory; `name` stands for the
@@ -43,6 +44,12 @@ std::optional<IndexedImage> decodeIndexedPng(std::string const& bytes, std::stri
 // M-by-N-by-3 (RGB) array; `name` stands for the file in messages.
 std::string encodePng(ndArray_tag const* image, std::string const& name);
 
+// The bytes of the file `name` for an image: TIFF when the name ends in
+// .tif or .tiff (uint8, uint16, single or double), PNG otherwise (uint8 or
+// uint16).
+bool isTiffName(std::string const& name);
+std::string encodeImage(ndArray_tag const* image, std::string const& name);
+
 // The bytes of a palette PNG from uint8 indices and a uint8 K-by-3 map,
 // K <= 256.
 std::string encodeIndexedPng(ndArray_tag const* index, ndArray_tag const* map, std::string const& name);
@@ -55,7 +62,11 @@ struct InterleavedImage {
   qzhost::ArrayPtr pixels;
   std::size_t height = 0, width = 0, channels = 0;  // channels: 1 or 3
 };
-InterleavedImage readInterleaved(std::string const& path);
+// A PNG or JPEG decoded in that order; nothing for other formats, which the
+// readers give only as planes.
+std::optional<InterleavedImage> decodeInterleaved(std::string const& bytes, std::string const& name,
+                                                  ReadLimits const& limits = {});
+// The bytes of a PNG file holding a uint8 or uint16 interleaved image.
 std::string encodePng(InterleavedImage const& image, std::string const& name);
 
 }  // namespace qzcli

@@ -12,11 +12,23 @@
 #include <optional>
 #include <sstream>
 
+#include <tbb/info.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <set>
+
+#include "batch.hpp"
 #include "builtins.hpp"
+#include "dither.hpp"
 #include "files.hpp"
 #include "filters.hpp"
 #include "image_io.hpp"
+#include "messages.hpp"
 #include "npy.hpp"
+#include "outputs.hpp"
 #include "resample.hpp"
 #include "qzimages/qzimages.hpp"
 
@@ -121,25 +133,26 @@ std::optional<std::size_t> parseCount(std::string const& text, std::size_t max) 
 }
 
 // ---- Subcommands --------------------------------------------------------------
+// Each does one input and writes its outputs through Outputs, all or none;
+// with several inputs the same function runs once per input.
 
 ArrayPtr toGray(ArrayPtr img) {
   if (!isRgb(img.get())) return img;  // already one channel
   return std::move(run(pximages::_rgb2gray, 1, {img.get()})[0]);
 }
 
-int cmdGray(std::string const& in, std::string const& out) {
-  OutputFiles files;
+void cmdGray(std::string const& in, std::string const& out) {
+  Outputs files;
   files.add(out);
   ArrayPtr img = readImage(in);
-  if (!isRgb(img.get())) std::cerr << "note: " << in << " is already grayscale; written unchanged\n";
-  files.write(out, encodePng(toGray(std::move(img)).get(), out));
+  if (!isRgb(img.get())) messages() << "note: " << inputName(in) << " is already grayscale; written unchanged\n";
+  files.write(out, encodeImage(toGray(std::move(img)).get(), out));
   files.commit();
-  return 0;
 }
 
-int cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
+void cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
   if (prefix.empty()) throw UsageError("the output prefix is empty");
-  OutputFiles files;
+  Outputs files;
   std::vector<std::string> planes{prefix + "_h.png", prefix + "_s.png", prefix + "_v.png"};
   for (auto const& p : planes) files.add(p);
   if (npy) files.add(prefix + ".npy");
@@ -151,7 +164,6 @@ int cmdHsv(std::string const& in, std::string const& prefix, bool npy) {
   }
   if (npy) files.write(prefix + ".npy", formatNpy(hsv.get()));
   files.commit();
-  return 0;
 }
 
 struct Quantised {
@@ -159,43 +171,51 @@ struct Quantised {
   std::size_t colours;
 };
 
-// cq, then the image rebuilt from map and index through ind2rgb8.
-Quantised quantise(ndArray_tag const* img, double k) {
+// cq, optionally the image dithered onto cq's map in place of cq's own
+// index, then the image rebuilt from map and index through ind2rgb8.
+Quantised quantise(ndArray_tag const* img, double k, bool dither) {
   ArrayPtr kArg = scalar(k);
   auto out = run(pximages::_cq, 2, {img, kArg.get()});
   std::size_t const colours = qzhost::dimsOf(out[0].get())[0];
   Quantised q{std::move(out[0]), std::move(out[1]), nullptr, colours};
+  if (dither) q.index = qzcall::ditherToMap(img, q.map.get());
   ArrayPtr m = unitMap(q.map.get());
   q.rgb = std::move(run(pximages::_ind2rgb8, 1, {q.index.get(), m.get()})[0]);
   return q;
 }
 
-int cmdQuantize(std::string const& in, std::string const& kText, std::string const& out,
-                std::optional<std::string> const& mapPath) {
+// The -k argument, checked before any file is read.
+double parseColours(std::string const& kText) {
   auto k = parseDecimal(kText);
   if (!k) throw UsageError("-k: the number of colours must be an integer from 1 to 65536, not '" + kText + "'");
   qzcall::checkColourCount(*k);
-  OutputFiles files;
+  return *k;
+}
+
+void cmdQuantize(std::string const& in, double k, bool dither, std::string const& out,
+                 std::optional<std::string> const& mapPath) {
+  Outputs files;
   files.add(out);
   if (mapPath) files.add(*mapPath);
   ArrayPtr img = asRgb(readImage(in));
-  if (ndGetClassID(img.get()) != ndclass::UInt8) throw UsageError(in + ": quantize needs an 8-bit image");
-  Quantised q = quantise(img.get(), *k);
-  files.write(out, q.colours <= 256 ? encodeIndexedPng(q.index.get(), q.map.get(), out) : encodePng(q.rgb.get(), out));
+  if (ndGetClassID(img.get()) != ndclass::UInt8) throw UsageError(inputName(in) + ": quantize needs an 8-bit image");
+  Quantised q = quantise(img.get(), k, dither);
+  files.write(out, q.colours <= 256 ? encodeIndexedPng(q.index.get(), q.map.get(), out) : encodeImage(q.rgb.get(), out));
   if (mapPath) files.write(*mapPath, formatNpy(unitMap(q.map.get()).get()));
   files.commit();
-  std::cout << "colours: " << q.colours << "\n";
-  std::cout << "PSNR: " << std::fixed << std::setprecision(2) << psnr(img.get(), q.rgb.get()) << " dB\n";
-  return 0;
+  // With the image on standard output, the numbers go with the messages.
+  std::ostream& to = out == "-" ? messages() : report();
+  to << "colours: " << q.colours << (dither ? " (dithered)" : "") << "\n";
+  to << "PSNR: " << std::fixed << std::setprecision(2) << psnr(img.get(), q.rgb.get()) << " dB\n";
 }
 
-int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string const& out) {
-  OutputFiles files;
+void cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string const& out) {
+  Outputs files;
   files.add(out);
   ArrayPtr index, map;
   if (!isNpy(in)) {
     auto indexed = readIndexedPng(in);
-    if (!indexed) throw UsageError(in + ": not a palette PNG (give a palette PNG or an index .npy)");
+    if (!indexed) throw UsageError(inputName(in) + ": not a palette PNG (give a palette PNG or an index .npy)");
     index = std::move(indexed->index);
     map = unitMap(indexed->palette.get());
   } else {
@@ -203,18 +223,16 @@ int cmdInd2rgb(std::string const& in, std::string const& mapPath, std::string co
   }
   if (!mapPath.empty()) map = readNpy(mapPath);
   if (!map) throw UsageError("an index array needs a colour map: --map MAP.npy");
-  files.write(out, encodePng(run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get(), out));
+  files.write(out, encodeImage(run(pximages::_ind2rgb8, 1, {index.get(), map.get()})[0].get(), out));
   files.commit();
-  return 0;
 }
 
-int cmdTo8(std::string const& in, std::string const& out) {
-  OutputFiles files;
+void cmdTo8(std::string const& in, std::string const& out) {
+  Outputs files;
   files.add(out);
   ArrayPtr img = readAny(in);
-  files.write(out, encodePng(run(pximages::_grayto8, 1, {img.get()})[0].get(), out));
+  files.write(out, encodeImage(run(pximages::_grayto8, 1, {img.get()})[0].get(), out));
   files.commit();
-  return 0;
 }
 
 // One imresize call: the runner of both resampling drivers.
@@ -225,38 +243,135 @@ ArrayPtr runImresize(ndArray_tag const* a, ndArray_tag const* w, ndArray_tag con
 // Resamples both dimensions with one imresize call each.
 ArrayPtr resize(ArrayPtr img, qzcall::ResampleRequest const& r) { return qzcall::resample(img.get(), r, runImresize); }
 
-int cmdResize(std::string const& in, std::optional<std::string> const& scaleText,
-              std::optional<std::string> const& size, std::string const& methodName, bool noAntialias,
-              std::string const& out) {
-  auto method = qzfilters::parseMethod(methodName);
-  if (!method) throw UsageError("unknown method '" + methodName + "'");
+// What resize was asked for, checked before any file is read.
+struct ResizeSpec {
   std::optional<double> scale;
   std::size_t h = 0, w = 0;
+  qzfilters::Method method;
+  bool antialias;
+};
+
+ResizeSpec parseResize(std::optional<std::string> const& scaleText, std::optional<std::string> const& size,
+                       std::string const& methodName, bool noAntialias) {
+  auto method = qzfilters::parseMethod(methodName);
+  if (!method) throw UsageError("unknown method '" + methodName + "'");
+  ResizeSpec spec{std::nullopt, 0, 0, *method, !noAntialias};
   if (scaleText) {
-    scale = parseDecimal(*scaleText);
-    if (!scale) throw UsageError("--scale: '" + *scaleText + "' is not a decimal number");
+    spec.scale = parseDecimal(*scaleText);
+    if (!spec.scale) throw UsageError("--scale: '" + *scaleText + "' is not a decimal number");
   } else {
     std::size_t x = size->find_first_of("xX");
     auto hh = parseCount(size->substr(0, x), 999999999);
     auto ww = x == std::string::npos ? std::nullopt : parseCount(size->substr(x + 1), 999999999);
     if (!hh || !ww) throw UsageError("--size: '" + *size + "' is not HxW with H and W whole numbers, e.g. 300x400");
-    h = *hh;
-    w = *ww;
+    spec.h = *hh;
+    spec.w = *ww;
   }
-  OutputFiles files;
+  return spec;
+}
+
+void cmdResize(std::string const& in, ResizeSpec const& spec, std::string const& out) {
+  Outputs files;
   files.add(out);
-  // The decoder's rows as they are: both passes read them in place.
-  InterleavedImage img = readInterleaved(in);
-  qzcall::ResampleRequest r = scale ? qzcall::planResize(img.height, img.width, *scale, *method, !noAntialias)
-                                    : qzcall::planResize(img.height, img.width, h, w, *method, !noAntialias);
-  InterleavedImage result;
-  result.pixels = qzcall::resampleInterleaved(img.pixels.get(), img.height, img.width, img.channels, r, runImresize);
-  result.height = r.rows;
-  result.width = r.cols;
-  result.channels = img.channels;
-  files.write(out, encodePng(result, out));
+  std::string const bytes = readInput(in), name = inputName(in);
+  if (!isTiffName(out)) {
+    // PNG and JPEG rows as decoded: both passes read them in place.
+    if (auto img = decodeInterleaved(bytes, name)) {
+      qzcall::ResampleRequest r =
+          spec.scale ? qzcall::planResize(img->height, img->width, *spec.scale, spec.method, spec.antialias)
+                     : qzcall::planResize(img->height, img->width, spec.h, spec.w, spec.method, spec.antialias);
+      InterleavedImage result{qzcall::resampleInterleaved(img->pixels.get(), img->height, img->width, img->channels,
+                                                          r, runImresize),
+                              r.rows, r.cols, img->channels};
+      files.write(out, encodePng(result, out));
+      files.commit();
+      return;
+    }
+  }
+  ArrayPtr img = decodeImage(bytes, name);
+  auto d = qzhost::dimsOf(img.get());
+  qzcall::ResampleRequest r = spec.scale ? qzcall::planResize(d[0], d[1], *spec.scale, spec.method, spec.antialias)
+                                         : qzcall::planResize(d[0], d[1], spec.h, spec.w, spec.method, spec.antialias);
+  files.write(out, encodeImage(resize(std::move(img), r).get(), out));
   files.commit();
-  return 0;
+}
+
+// ---- Several inputs ------------------------------------------------------------
+
+// What the user sees for a failure: "error: ..." lines, and the exit status
+// of a run that stops there (1 when a built-in refused, 2 otherwise).
+std::pair<std::string, int> describeFailure(std::exception_ptr failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (BuiltinFailed const&) {
+    return {"", 1};  // already reported
+  } catch (qzhost::HostError const& e) {
+    return {"error: " + e.identifier() + ": " + e.message() + "\n", 2};
+  } catch (std::exception const& e) {
+    // Usage problems, unreadable or unwritable files, requests beyond the
+    // limits: the message says which.
+    return {std::string("error: ") + e.what() + "\n", 2};
+  } catch (...) {
+    return {"error: unexpected failure\n", 2};
+  }
+}
+
+// An image subcommand on its inputs: with -o, one input as it always was;
+// with -O, each input to outputs named after it in that folder, as a batch.
+// `one(input, output)` does one file; `outputIn(input, folder)` names the
+// output (for hsv, the prefix) an input gets in the folder.
+int runImageCommand(std::string const& command, std::vector<std::string> const& inputs,
+                    std::optional<std::string> const& out, std::optional<std::string> const& outDir,
+                    std::function<void(std::string const&, std::string const&)> const& one,
+                    std::function<std::string(std::string const&, std::string const&)> const& outputIn) {
+  if (out && outDir)
+    throw UsageError(command + ": give -o OUTPUT for one input or -O FOLDER for any number, not both");
+  if (!outDir) {
+    if (inputs.size() > 1)
+      throw UsageError(command + ": " + std::to_string(inputs.size()) +
+                       " inputs need an output folder, -O FOLDER (-o names the output of one input)");
+    if (!out) throw UsageError(command + ": give the output, -o OUTPUT (or -O FOLDER)");
+    one(inputs[0], *out);
+    return 0;
+  }
+  std::string const& dir = *outDir;
+  // Every output name is settled before any file is read: two inputs that
+  // would write the same file, or an output that is another input, stop the
+  // run here.
+  std::map<std::string, std::string> claimed;  // output -> input
+  std::set<std::string> ins;
+  for (auto const& in : inputs) {
+    if (in == "-") throw UsageError(command + ": " + kStdinName + " (-) is read only with -o OUTPUT");
+    ins.insert(fs::weakly_canonical(in).string());
+  }
+  for (auto const& in : inputs) {
+    std::string const o = outputIn(in, dir);
+    std::string const key = fs::weakly_canonical(o).string();
+    auto [at, fresh] = claimed.emplace(key, in);
+    if (!fresh) throw UsageError(command + ": " + at->second + " and " + in + " would both write " + o);
+    if (ins.count(key)) throw UsageError(command + ": the output " + o + " of " + in + " is one of the inputs");
+  }
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+  if (!fs::is_directory(dir)) throw UsageError(dir + ": cannot create the output folder");
+
+  BatchOptions options;
+  options.command = command;
+  // A few files at a time: enough to keep the threads busy between one
+  // file's serial steps (decoding, cq, encoding) and another's parallel
+  // ones, and never more images in memory than that.
+  options.inFlight = static_cast<std::size_t>(std::clamp(tbb::info::default_concurrency(), 2, 4));
+  options.progress = isatty(STDERR_FILENO) != 0;
+  BatchSummary s = runBatch(
+      inputs, [&](std::string const& in) { one(in, outputIn(in, dir)); },
+      [](std::exception_ptr e) { return describeFailure(e).first; }, options);
+  return s.failed ? 1 : 0;
+}
+
+// The output an input gets in a folder: its name without its extension,
+// with `ending` in place of it.
+std::string named(std::string const& in, std::string const& dir, std::string const& ending) {
+  return (fs::path(dir) / (fs::path(in).stem().string() + ending)).string();
 }
 
 int cmdCall(std::string const& name, std::string const& nargoutText, std::string const& outDir,
@@ -298,8 +413,8 @@ int cmdDemo(std::string const& input, std::string const& dir) {
   auto path = [&](std::string const& f) { return (fs::path(dir) / f).string(); };
   OutputFiles files;
   files.makeFolder(dir);
-  for (char const* f : {"gray.png", "hsv_h.png", "hsv_s.png", "hsv_v.png", "quantized_16.png", "quantized_256.png",
-                        "roundtrip_256.png", "half.png", "double.png", "gray8_from_double.png"})
+  for (char const* f : {"gray.png", "hsv_h.png", "hsv_s.png", "hsv_v.png", "quantized_16.png", "quantized_16_dither.png",
+                        "quantized_256.png", "roundtrip_256.png", "half.png", "double.png", "gray8_from_double.png"})
     files.add(path(f));
   ArrayPtr photo = readImage(input);
   if (!isRgb(photo.get()) || ndGetClassID(photo.get()) != ndclass::UInt8)
@@ -343,6 +458,19 @@ int cmdDemo(std::string const& input, std::string const& dir) {
     note << qzhost::dimsOf(out[0].get())[0] << " colours, PSNR " << std::fixed << std::setprecision(2)
          << psnr(photo.get(), rgb.get()) << " dB";
     rows.push_back({file, "cq", note.str(), cqMs});
+    if (k == 16) {
+      // The same map with Floyd-Steinberg dithering, beside the plain one.
+      t = Timer();
+      ArrayPtr dithered = qzcall::ditherToMap(photo.get(), out[0].get());
+      double ditherMs = t.ms();
+      std::string const dfile = "quantized_16_dither.png";
+      files.write(path(dfile), encodeIndexedPng(dithered.get(), out[0].get(), path(dfile)));
+      ArrayPtr drgb = std::move(run(pximages::_ind2rgb8, 1, {dithered.get(), m.get()})[0]);
+      std::ostringstream dnote;
+      dnote << "cq's 16 colours, Floyd-Steinberg, PSNR " << std::fixed << std::setprecision(2)
+            << psnr(photo.get(), drgb.get()) << " dB";
+      rows.push_back({dfile, "(host)", dnote.str(), ditherMs});
+    }
     if (k == 256) {
       write("roundtrip_256.png", rgb.get());
       rows.push_back({"roundtrip_256.png", "ind2rgb8", "index + map back to RGB", indMs});
@@ -385,51 +513,59 @@ int cmdDemo(std::string const& input, std::string const& dir) {
 
 int main(int argc, char** argv) {
   using namespace qzcli;
-  CLI::App app{"qzimages: image built-ins on PNG, JPEG and .npy files"};
+  CLI::App app{"qzimages: image built-ins on PNG, JPEG, TIFF and .npy files"};
   app.require_subcommand(1);
   app.set_version_flag("--version", std::string("qzimages ") + QZ_VERSION);
 
-  std::string in, out, prefix, mapPath, method = "bicubic", name, outDir = ".", demoDir = "demo-out";
+  std::string out, prefix, mapPath, method = "bicubic", name, outDir = ".", demoDir = "demo-out", batchDir;
   std::string demoInput = QZ_SAMPLE_PHOTO;
   // Numbers are taken as text and read by parseDecimal/parseCount, which
   // accept decimal notation only.
   std::string k, scale, size, nargout = "1";
-  bool npy = false, noAntialias = false;
-  std::vector<std::string> files;
+  bool npy = false, noAntialias = false, dither = false;
+  std::vector<std::string> files, inputs;
 
+  // The image subcommands take one input with -o, or any number with -O.
+  auto imageIO = [&](CLI::App* sub, std::string const& what, std::string const& output) {
+    sub->add_option("inputs", inputs, what + " (any number with -O; - reads standard input)")->required();
+    sub->add_option("-o,--output", out, output);
+    sub->add_option("-O,--outdir", batchDir, "folder for the outputs of any number of inputs, named after them");
+  };
   auto* gray = app.add_subcommand("gray", "Weighted luminance of an RGB image (rgb2gray); 16-bit stays 16-bit");
-  gray->add_option("input", in, "PNG or JPEG image")->required();
-  gray->add_option("-o,--output", out, "output PNG")->required();
+  imageIO(gray, "PNG, JPEG or TIFF images", "output PNG, or TIFF if named .tif; - writes PNG to standard output");
 
   auto* hsv = app.add_subcommand("hsv", "Hue, saturation and value planes as 8-bit PNGs (rgb2hsv, grayto8)");
-  hsv->add_option("input", in, "PNG or JPEG image")->required();
-  hsv->add_option("-o,--output", prefix, "prefix: writes PREFIX_h.png, PREFIX_s.png, PREFIX_v.png")->required();
+  hsv->add_option("inputs", inputs, "PNG, JPEG or TIFF images (any number with -O; - reads standard input)")
+      ->required();
+  hsv->add_option("-o,--output", prefix, "prefix: writes PREFIX_h.png, PREFIX_s.png, PREFIX_v.png");
+  hsv->add_option("-O,--outdir", batchDir, "folder for the planes of any number of inputs: NAME_h.png, ...");
   hsv->add_flag("--npy", npy, "also write the double HSV image as PREFIX.npy");
 
   auto* quant = app.add_subcommand("quantize", "Reduce an 8-bit image to at most K colours (cq)");
-  quant->add_option("input", in, "PNG or JPEG image")->required();
+  imageIO(quant, "PNG, JPEG or TIFF images",
+          "output PNG (palette PNG for up to 256 colours); - writes to standard output");
   quant->add_option("-k,--colors", k, "number of colours, an integer from 1 to 65536")->required();
-  quant->add_option("-o,--output", out, "output PNG (palette PNG for up to 256 colours)")->required();
-  auto* mapOpt = quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy");
+  quant->add_flag("--dither", dither, "map onto cq's colours with Floyd-Steinberg error diffusion");
+  auto* mapOpt = quant->add_option("--map", mapPath, "also write the colour map, doubles in [0,1], as .npy (one input)");
 
   auto* ind = app.add_subcommand("ind2rgb", "Expand an indexed image through its colour map (ind2rgb8)");
-  ind->add_option("index", in, "palette PNG, or index array .npy (double: 1-based; integer: 0-based)")->required();
+  imageIO(ind, "palette PNGs, or index arrays .npy (double: 1-based; integer: 0-based)",
+          "output PNG, or TIFF if named .tif; - writes PNG to standard output");
   ind->add_option("--map", mapPath, "colour map .npy, K-by-3 doubles in [0,1]");
-  ind->add_option("-o,--output", out, "output PNG")->required();
 
-  auto* to8 = app.add_subcommand("to8", "Convert a 16-bit gray PNG or a double/single .npy to 8 bits (grayto8)");
-  to8->add_option("input", in, "16-bit grayscale PNG or .npy array")->required();
-  to8->add_option("-o,--output", out, "output PNG")->required();
+  auto* to8 = app.add_subcommand(
+      "to8", "Convert a 16-bit gray PNG or TIFF, a float TIFF or a double/single .npy to 8 bits (grayto8)");
+  imageIO(to8, "16-bit gray PNGs or TIFFs, float TIFFs, or .npy arrays", "output PNG; - writes to standard output");
 
   auto* rs = app.add_subcommand("resize", "Resample an image (imresize, once per dimension)");
-  rs->add_option("input", in, "PNG or JPEG image")->required();
+  imageIO(rs, "PNG, JPEG or TIFF images",
+          "output PNG, or TIFF if named .tif (float images need it); - writes PNG to standard output");
   auto* scaleOpt = rs->add_option("--scale", scale, "scale factor, a decimal number, e.g. 0.5");
   auto* sizeOpt = rs->add_option("--size", size, "output size HxW, e.g. 300x400");
   scaleOpt->excludes(sizeOpt);
   rs->add_option("--method", method, "nearest, bilinear, bicubic, lanczos2, lanczos3 or box")
       ->check(CLI::IsMember({"nearest", "bilinear", "bicubic", "lanczos2", "lanczos3", "box"}));
   rs->add_flag("--no-antialias", noAntialias, "do not widen the kernel when shrinking");
-  rs->add_option("-o,--output", out, "output PNG")->required();
 
   auto* call = app.add_subcommand("call", "Call a built-in on .npy arrays; outputs go to OUTDIR/out<k>.npy");
   call->add_option("name", name, "cq, grayto8, imresize, ind2rgb8, rgb2gray or rgb2hsv")->required();
@@ -471,27 +607,52 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  // A TIFF stays a TIFF (float images need it); everything else becomes PNG.
+  auto sameKind = [](std::string const& in, std::string const& dir) {
+    return named(in, dir, isTiffName(in) ? ".tif" : ".png");
+  };
+  auto png = [](std::string const& in, std::string const& dir) { return named(in, dir, ".png"); };
+  // Which of -o and -O were given (an empty name is given, and refused as such).
+  auto given = [](CLI::App* sub, char const* option, std::string const& value) {
+    return sub->count(option) ? std::optional(value) : std::nullopt;
+  };
+  CLI::App* image = nullptr;
+  for (CLI::App* sub : {gray, hsv, quant, ind, to8, rs})
+    if (sub->parsed()) image = sub;
+  std::optional<std::string> const single = image ? given(image, "-o", image == hsv ? prefix : out) : std::nullopt;
+  std::optional<std::string> const folder = image ? given(image, "-O", batchDir) : std::nullopt;
   try {
-    if (gray->parsed()) return cmdGray(in, out);
-    if (hsv->parsed()) return cmdHsv(in, prefix, npy);
-    if (quant->parsed()) return cmdQuantize(in, k, out, mapOpt->count() ? std::optional(mapPath) : std::nullopt);
-    if (ind->parsed()) return cmdInd2rgb(in, mapPath, out);
-    if (to8->parsed()) return cmdTo8(in, out);
-    if (rs->parsed())
-      return cmdResize(in, scaleOpt->count() ? std::optional(scale) : std::nullopt,
-                       sizeOpt->count() ? std::optional(size) : std::nullopt, method, noAntialias, out);
+    if (gray->parsed()) return runImageCommand("gray", inputs, single, folder, cmdGray, sameKind);
+    if (hsv->parsed())
+      return runImageCommand(
+          "hsv", inputs, single, folder, [&](auto const& in, auto const& p) { cmdHsv(in, p, npy); },
+          [](std::string const& in, std::string const& dir) { return named(in, dir, ""); });
+    if (quant->parsed()) {
+      double const colours = parseColours(k);
+      if (mapOpt->count() && folder)
+        throw UsageError("quantize: --map names the map of one input; it does not go with -O");
+      std::optional<std::string> const map = mapOpt->count() ? std::optional(mapPath) : std::nullopt;
+      return runImageCommand(
+          "quantize", inputs, single, folder,
+          [&](auto const& in, auto const& o) { cmdQuantize(in, colours, dither, o, map); }, png);
+    }
+    if (ind->parsed())
+      return runImageCommand(
+          "ind2rgb", inputs, single, folder, [&](auto const& in, auto const& o) { cmdInd2rgb(in, mapPath, o); },
+          sameKind);
+    if (to8->parsed()) return runImageCommand("to8", inputs, single, folder, cmdTo8, png);
+    if (rs->parsed()) {
+      ResizeSpec const spec = parseResize(scaleOpt->count() ? std::optional(scale) : std::nullopt,
+                                          sizeOpt->count() ? std::optional(size) : std::nullopt, method, noAntialias);
+      return runImageCommand(
+          "resize", inputs, single, folder, [&](auto const& in, auto const& o) { cmdResize(in, spec, o); }, sameKind);
+    }
     if (call->parsed()) return cmdCall(name, nargout, outDir, files);
     if (demo->parsed()) return cmdDemo(demoInput, demoDir);
-  } catch (BuiltinFailed const&) {
-    return 1;  // already reported
-  } catch (qzhost::HostError const& e) {
-    std::cerr << "error: " << e.identifier() << ": " << e.message() << "\n";
-    return 2;
-  } catch (std::exception const& e) {
-    // Usage problems, unreadable or unwritable files, requests beyond the
-    // limits: the message says which.
-    std::cerr << "error: " << e.what() << "\n";
-    return 2;
+  } catch (...) {
+    auto [text, status] = describeFailure(std::current_exception());
+    std::cerr << text;
+    return status;
   }
   return 2;
 }

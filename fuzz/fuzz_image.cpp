@@ -1,5 +1,5 @@
 // Fuzz target for the image readers of the command-line host (PNG through
-// libspng, JPEG through libjpeg-turbo): any bytes as a file's contents, read
+// libspng, JPEG through libjpeg-turbo, TIFF through libtiff): any bytes as a file's contents, read
 // both as an image and as a palette PNG's indices.  The readers must return
 // an array (or nothing, for a file that is not a palette PNG) or throw their
 // FileError, never crash, leak or hang, and the memory they take must stay
@@ -64,9 +64,10 @@ void fixPngChecksums(std::string& b) {
 void checkImage(ndArray_tag const* a) {
   auto const d = qzhost::dimsOf(a);
   ndClassID const cls = ndGetClassID(a);
-  if ((cls != ndclass::UInt8 && cls != ndclass::UInt16) || ndIsComplex(a) ||
+  // Single only from a float TIFF.
+  if ((cls != ndclass::UInt8 && cls != ndclass::UInt16 && cls != ndclass::Single) || ndIsComplex(a) ||
       !(d.size() == 2 || (d.size() == 3 && d[2] == 3)))
-    fail("an image is not a real uint8 or uint16 M-by-N or M-by-N-by-3 array");
+    fail("an image is not a real uint8, uint16 or single M-by-N or M-by-N-by-3 array");
 }
 
 // Swallows what is written to it.

@@ -359,6 +359,12 @@ def jpeg_bytes(img, **kw):
     return f.getvalue()
 
 
+def tiff_bytes(img, **kw):
+    f = io.BytesIO()
+    img.save(f, format="TIFF", **kw)
+    return f.getvalue()
+
+
 def image_seeds():
     r = np.random.default_rng(12)
     rgb = Image.fromarray(r.integers(0, 256, (3, 4, 3), dtype=np.uint8), "RGB")
@@ -372,6 +378,11 @@ def image_seeds():
     write("image", "gray.jpg", jpeg_bytes(Image.fromarray(r.integers(0, 256, (9, 7), dtype=np.uint8)), quality=75))
     write("image", "progressive.jpg",
           jpeg_bytes(Image.fromarray(r.integers(0, 256, (16, 12, 3), dtype=np.uint8)), progressive=True))
+    write("image", "rgb8_deflate.tif", tiff_bytes(rgb, compression="tiff_deflate"))
+    write("image", "gray16_lzw.tif",
+          tiff_bytes(Image.fromarray(r.integers(0, 65536, (5, 3), dtype=np.uint16)), compression="tiff_lzw"))
+    write("image", "float32.tif", tiff_bytes(Image.fromarray(r.random((4, 3)).astype(np.float32), "F")))
+    write("image", "rgba8_packbits.tif", tiff_bytes(rgb.convert("RGBA"), compression="packbits"))
 
 
 def main():

@@ -21,6 +21,7 @@
 #include "color/rgb2gray.hpp"
 #include "color/rgb2hsv.hpp"
 #include "contract.hpp"
+#include "dither.hpp"
 #include "filters.hpp"
 #include "qzhost/runtime.hpp"
 #include "qzimages/qzimages.hpp"
@@ -434,6 +435,27 @@ py::object cq(py::handle img, py::handle k, bool returnIndex) {
   return py::make_tuple(map, toNumpy(std::move(out[1])));
 }
 
+// cq's colour map, and either cq's own index image or the image dithered
+// onto that map.
+py::tuple quantize(py::handle img, py::handle k, bool dither) {
+  Inputs in;
+  in.add(imageArg(img, "quantize", false, true));
+  double const colours = scalarArg(k, "quantize: k");
+  try {
+    qzcall::checkColourCount(colours);
+  } catch (qzcall::ContractError const& e) {
+    throw py::value_error(std::string("quantize: ") + e.what());
+  }
+  in.addScalar(colours);
+  auto out = invoke(builtin("cq"), 2, in.raw());
+  if (dither) {
+    ndArray_tag const* image = in.arrays[0].get();
+    py::gil_scoped_release nogil;
+    out[1] = qzcall::ditherToMap(image, out[0].get());
+  }
+  return py::make_tuple(toNumpy(std::move(out[0])), toNumpy(std::move(out[1])));
+}
+
 py::array imresize(py::handle img, py::handle weights, py::handle indices, py::handle dim) {
   Inputs in;
   in.add(asArray(img, "imresize image"));
@@ -599,6 +621,16 @@ Returns (cmap, index): cmap is a K' x 3 uint8 colour map (K' <= k), index the
 H x W 0-based index image, uint8 when K' <= 256 and uint16 otherwise.
 With return_index=False only cmap is returned. To look the index up again with
 ind2rgb8, pass cmap / 255.0 and the index as it is.
+)doc");
+  m.def("quantize", &quantize, py::arg("img"), py::arg("k"), py::arg("dither") = false, R"doc(
+Reduces an H x W x 3 uint8 image to at most k colours (an integer from 1 to 65536).
+
+Returns (cmap, index) as cq does: the K' x 3 uint8 colour map of cq, and the
+H x W 0-based index image, uint8 when K' <= 256 and uint16 otherwise. Without
+dither the index is cq's own (each pixel gets the mean colour of its box).
+With dither=True each pixel gets the map colour nearest to it plus the error
+diffused from its neighbours (Floyd-Steinberg, rows top to bottom, left to
+right; exact nearest colour, the lowest index among equally near ones).
 )doc");
   m.def("imresize", &imresize, py::arg("img"), py::arg("weights"), py::arg("indices"), py::arg("dim"), R"doc(
 The imresize built-in as it is: resamples img along dimension dim (1: rows,

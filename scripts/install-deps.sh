@@ -11,10 +11,13 @@ packages=(
   libpng-dev                       # PNG decoding of the sample photos in tests
   libspng-dev                      # PNG reading and writing in the command-line host
   libjpeg62-turbo-dev              # JPEG reading in the command-line host
+  libtiff-dev                      # TIFF reading and writing in the command-line host
   libcli11-dev                     # command-line parsing
   pkg-config
   python3-pytest python3-numpy python3-pil   # end-to-end tests of the command-line host
   python3-dev python3-pybind11     # the Python module (pybind11 and the interpreter's headers)
+  python3-skbuild python3-setuptools python3-wheel python3-pip python3-venv
+                                   # pip install . (scikit-build drives the CMake build) and its test
   python3-distributed python3-tqdm # the dask.distributed batch example and its progress bar
   libbenchmark-dev                 # Google Benchmark: bench/
   clang libfuzzer-14-dev           # make fuzz: clang 14 and libFuzzer.a for fuzz/

@@ -20,9 +20,10 @@ from ._qzimages import (  # noqa: F401
     grayto8,
     imresize,
     ind2rgb8,
+    quantize,
     resize,
     rgb2gray,
     rgb2hsv,
 )
 
-__all__ = ["Error", "Warning", "call", "cq", "grayto8", "imresize", "ind2rgb8", "resize", "rgb2gray", "rgb2hsv"]
+__all__ = ["Error", "Warning", "call", "cq", "grayto8", "imresize", "ind2rgb8", "quantize", "resize", "rgb2gray", "rgb2hsv"]

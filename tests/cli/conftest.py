@@ -13,6 +13,7 @@ def qz(request):
     exe = request.config.getoption("--qzimages") or os.environ.get("QZIMAGES")
     if not exe:
         pytest.fail("give --qzimages PATH")
+    exe = os.path.abspath(exe)
 
     def run(*args, check=None, cwd=None, timeout=300):
         p = subprocess.run([exe, *map(str, args)], capture_output=True, text=True, cwd=cwd, timeout=timeout)
@@ -21,6 +22,7 @@ def qz(request):
             assert p.returncode == check, f"exit {p.returncode}, stderr: {p.stderr}"
         return p
 
+    run.exe = exe
     return run
 
 

@@ -191,6 +191,35 @@ def test_cq_index_type_follows_the_number_of_colours():
     assert cmap.shape[0] > 256 and index.dtype == np.uint16 and int(index.max()) < cmap.shape[0]
 
 
+def psnr(a, b):
+    return 10 * np.log10(255.0**2 / np.mean((a.astype(np.float64) - b) ** 2))
+
+
+def test_quantize_dithers_onto_the_cq_map(photo):
+    cmap, index = q.cq(photo, 16)
+    plain_map, plain = q.quantize(photo, 16)
+    np.testing.assert_array_equal(plain_map, cmap)
+    np.testing.assert_array_equal(plain, index)
+    dmap, dithered = q.quantize(photo, 16, dither=True)
+    np.testing.assert_array_equal(dmap, cmap)
+    assert dithered.shape == photo.shape[:2] and dithered.dtype == np.uint8 and int(dithered.max()) < len(cmap)
+    rgb, plain_rgb = cmap[dithered], cmap[index]
+    print(f"16 colours: PSNR {psnr(photo, plain_rgb):.2f} dB plain, {psnr(photo, rgb):.2f} dB dithered")
+
+    # Diffusion keeps the picture's colour on average, also locally (8x8
+    # blocks), where the plain mapping is off by its boxes' spread.
+    def blocks(a):
+        h, w = a.shape[0] // 8 * 8, a.shape[1] // 8 * 8
+        return a[:h, :w].astype(np.float64).reshape(h // 8, 8, w // 8, 8, 3).mean(axis=(1, 3))
+
+    assert np.abs(rgb.mean(axis=(0, 1)) - photo.mean(axis=(0, 1))).max() < 1.0
+    assert np.abs(blocks(rgb) - blocks(photo)).mean() < 0.8 * np.abs(blocks(plain_rgb) - blocks(photo)).mean()
+    with pytest.raises(ValueError, match="number of colours"):
+        q.quantize(photo, 0, dither=True)
+    with pytest.raises(q.Error):
+        q.quantize(photo.astype(np.float64), 4, dither=True)
+
+
 def test_complex_integer_arrays_use_the_two_field_dtype():
     dt = np.dtype([("re", "<i2"), ("im", "<i2")])
     a = np.zeros((3, 4), dt)
