@@ -42,13 +42,7 @@ void GrayBytes(std::uint8_t const* HWY_RESTRICT in, std::size_t p, std::uint8_t*
   std::size_t i = b;
   for (; i + n <= e; i += n) {
     hn::Vec<decltype(d8)> r8, g8, b8;
-    if (planar) {
-      r8 = hn::LoadU(d8, in + i);
-      g8 = hn::LoadU(d8, in + p + i);
-      b8 = hn::LoadU(d8, in + 2 * p + i);
-    } else {
-      hn::LoadInterleaved3(d8, in + 3 * i, r8, g8, b8);
-    }
+    LoadRgb(d8, in, p, planar, i, r8, g8, b8);
     auto s = hn::Add(hn::Mul(hn::PromoteTo(d, r8), wr), hn::Mul(hn::PromoteTo(d, g8), wg));
     s = hn::Add(hn::Add(s, hn::Mul(hn::PromoteTo(d, b8), wb)), half);
     hn::StoreU(hn::DemoteTo(d8, hn::BitCast(di, hn::ShiftRight<kFixedShift>(s))), d8, out + i);
@@ -66,13 +60,7 @@ void GrayWidened(T const* HWY_RESTRICT in, std::size_t p, T* HWY_RESTRICT out, b
   std::size_t i = b;
   for (; i + n <= e; i += n) {
     hn::Vec<decltype(dt)> rt, gt, bt;
-    if (planar) {
-      rt = hn::LoadU(dt, in + i);
-      gt = hn::LoadU(dt, in + p + i);
-      bt = hn::LoadU(dt, in + 2 * p + i);
-    } else {
-      hn::LoadInterleaved3(dt, in + 3 * i, rt, gt, bt);
-    }
+    LoadRgb(dt, in, p, planar, i, rt, gt, bt);
     auto s = hn::Add(hn::Mul(WidenToDouble(d, rt), wr), hn::Mul(WidenToDouble(d, gt), wg));
     s = hn::Add(s, hn::Mul(WidenToDouble(d, bt), wb));
     if constexpr (std::is_same_v<T, double>) {

@@ -41,18 +41,6 @@ HWY_INLINE void StoreHsv(D d, hn::Vec<D> h, hn::Vec<D> s, hn::Vec<D> v, hn::TFro
   }
 }
 
-template <class DIn>
-HWY_INLINE void LoadRgb(DIn d, hn::TFromD<DIn> const* HWY_RESTRICT in, std::size_t p, bool planar, std::size_t i,
-                        hn::Vec<DIn>& r, hn::Vec<DIn>& g, hn::Vec<DIn>& b) {
-  if (planar) {
-    r = hn::LoadU(d, in + i);
-    g = hn::LoadU(d, in + p + i);
-    b = hn::LoadU(d, in + 2 * p + i);
-  } else {
-    hn::LoadInterleaved3(d, in + 3 * i, r, g, b);
-  }
-}
-
 // Double, single and uint16 input; Out is the precision of the arithmetic.
 template <class In, class Out>
 void HsvFloating(In const* HWY_RESTRICT in, std::size_t p, Out scale, Out* HWY_RESTRICT out, bool planar,

@@ -14,6 +14,7 @@
 #define QZ_COMMON_SIMD_INL_HPP_
 #endif
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
@@ -112,6 +113,20 @@ HWY_INLINE hn::Vec<hn::Rebind<std::int32_t, D>> OffsetUnitToByte(D d, hn::Vec<D>
     return hn::ConvertTo(hn::Rebind<std::int32_t, D>(), t);
   else
     return hn::DemoteTo(hn::Rebind<std::int32_t, D>(), t);
+}
+
+// One vector of red, green and blue samples from pixel i on: from three
+// planes p elements apart, or from interleaved triples.
+template <class DIn>
+HWY_INLINE void LoadRgb(DIn d, hn::TFromD<DIn> const* HWY_RESTRICT in, std::size_t p, bool planar, std::size_t i,
+                        hn::Vec<DIn>& r, hn::Vec<DIn>& g, hn::Vec<DIn>& b) {
+  if (planar) {
+    r = hn::LoadU(d, in + i);
+    g = hn::LoadU(d, in + p + i);
+    b = hn::LoadU(d, in + 2 * p + i);
+  } else {
+    hn::LoadInterleaved3(d, in + 3 * i, r, g, b);
+  }
 }
 
 }  // namespace HWY_NAMESPACE

@@ -38,24 +38,30 @@ void scalarTail(T const* in, std::size_t j, std::size_t count, std::size_t strid
 
 }  // namespace
 
-void GrayToBytesF64(double const* HWY_RESTRICT in, std::size_t count, std::size_t stride,
-                    std::uint8_t* HWY_RESTRICT out) {
-  hn::ScalableTag<double> d;
+namespace {
+
+// The floating classes: each lane by the unit-to-byte rule in T's precision.
+template <class T, class Rule>
+void FloatingToBytes(T const* HWY_RESTRICT in, std::size_t count, std::size_t stride, std::uint8_t* HWY_RESTRICT out,
+                     Rule rule) {
+  hn::ScalableTag<T> d;
   hn::Rebind<std::uint8_t, decltype(d)> d8;
   std::size_t const n = hn::Lanes(d);
   std::size_t j = 0;
   for (; j + n <= count; j += n) hn::StoreU(hn::DemoteTo(d8, OffsetUnitToByte(d, LoadStrided(d, in, stride, j))), d8, out + j);
-  scalarTail(in, j, count, stride, out, offsetUnitToByte);
+  scalarTail(in, j, count, stride, out, rule);
+}
+
+}  // namespace
+
+void GrayToBytesF64(double const* HWY_RESTRICT in, std::size_t count, std::size_t stride,
+                    std::uint8_t* HWY_RESTRICT out) {
+  FloatingToBytes(in, count, stride, out, offsetUnitToByte);
 }
 
 void GrayToBytesF32(float const* HWY_RESTRICT in, std::size_t count, std::size_t stride,
                     std::uint8_t* HWY_RESTRICT out) {
-  hn::ScalableTag<float> d;
-  hn::Rebind<std::uint8_t, decltype(d)> d8;
-  std::size_t const n = hn::Lanes(d);
-  std::size_t j = 0;
-  for (; j + n <= count; j += n) hn::StoreU(hn::DemoteTo(d8, OffsetUnitToByte(d, LoadStrided(d, in, stride, j))), d8, out + j);
-  scalarTail(in, j, count, stride, out, offsetUnitToByteSingle);
+  FloatingToBytes(in, count, stride, out, offsetUnitToByteSingle);
 }
 
 void GrayToBytesU16(std::uint16_t const* HWY_RESTRICT in, std::size_t count, std::size_t stride,

@@ -19,6 +19,7 @@
 #include <type_traits>
 
 #include "common/convert.hpp"
+#include "common/simd-inl.hpp"
 #include "resize/resize_lanes.hpp"
 
 HWY_BEFORE_NAMESPACE();
@@ -39,19 +40,7 @@ E PlainElement(E const* src, std::size_t base, double const* w, std::size_t cons
 // Lanes(d) consecutive elements of type E from p, widened exactly to double.
 template <class E, class D>
 HWY_INLINE hn::Vec<D> LoadWidened(D d, E const* HWY_RESTRICT p) {
-  hn::Rebind<E, D> de;
-  auto const v = hn::LoadU(de, p);
-  if constexpr (std::is_same_v<E, double>) {
-    return v;
-  } else if constexpr (std::is_same_v<E, float> || std::is_same_v<E, std::int32_t>) {
-    return hn::PromoteTo(d, v);
-  } else if constexpr (std::is_same_v<E, std::uint32_t>) {
-    // Through 64 bits: every uint32 is a non-negative int64, converted exactly.
-    hn::Rebind<std::uint64_t, D> du64;
-    return hn::ConvertTo(d, hn::BitCast(hn::RebindToSigned<decltype(du64)>(), hn::PromoteTo(du64, v)));
-  } else {
-    return hn::PromoteTo(d, hn::PromoteTo(hn::Rebind<std::int32_t, D>(), v));
-  }
+  return WidenToDouble(d, hn::LoadU(hn::Rebind<E, D>(), p));
 }
 
 // fromWeightedSum of every lane of s, stored as Lanes(d) elements of E.

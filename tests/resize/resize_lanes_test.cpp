@@ -12,25 +12,14 @@
 #include <type_traits>
 #include <vector>
 
-#include "hwy/highway.h"
-#include "hwy/targets.h"
 #include "reference/resize_reference.hpp"
 #include "resize/resize_lanes.hpp"
 #include "resize_support.hpp"
+#include "targets.hpp"
 
 namespace {
 
-template <class F>
-void forEachTarget(F&& check) {
-  std::vector<std::int64_t> const targets = hwy::SupportedAndGeneratedTargets();
-  ASSERT_FALSE(targets.empty());
-  for (std::int64_t t : targets) {
-    hwy::SetSupportedTargetsForTest(t);
-    SCOPED_TRACE(hwy::TargetName(t));
-    check();
-  }
-  hwy::SetSupportedTargetsForTest(0);
-}
+using qztest::forEachTarget;
 
 template <class E>
 std::vector<E> sources(std::mt19937_64& rng, std::size_t n) {
