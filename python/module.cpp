@@ -419,16 +419,21 @@ double scalarArg(py::handle obj, char const* what) {
   return obj.cast<double>();
 }
 
-py::object cq(py::handle img, py::handle k, bool returnIndex) {
-  Inputs in;
-  in.add(imageArg(img, "cq", false, true));
-  double const colours = scalarArg(k, "cq: k");
+// A number of colours: an integer from 1 to 65536, as both hosts ask.
+double colourCountArg(py::handle k, char const* fn) {
+  double const colours = scalarArg(k, (std::string(fn) + ": k").c_str());
   try {
     qzcall::checkColourCount(colours);
   } catch (qzcall::ContractError const& e) {
-    throw py::value_error(std::string("cq: ") + e.what());
+    throw py::value_error(std::string(fn) + ": " + e.what());
   }
-  in.addScalar(colours);
+  return colours;
+}
+
+py::object cq(py::handle img, py::handle k, bool returnIndex) {
+  Inputs in;
+  in.add(imageArg(img, "cq", false, true));
+  in.addScalar(colourCountArg(k, "cq"));
   auto out = invoke(builtin("cq"), returnIndex ? 2 : 1, in.raw());
   py::array map = toNumpy(std::move(out[0]));
   if (!returnIndex) return std::move(map);
@@ -440,13 +445,7 @@ py::object cq(py::handle img, py::handle k, bool returnIndex) {
 py::tuple quantize(py::handle img, py::handle k, bool dither) {
   Inputs in;
   in.add(imageArg(img, "quantize", false, true));
-  double const colours = scalarArg(k, "quantize: k");
-  try {
-    qzcall::checkColourCount(colours);
-  } catch (qzcall::ContractError const& e) {
-    throw py::value_error(std::string("quantize: ") + e.what());
-  }
-  in.addScalar(colours);
+  in.addScalar(colourCountArg(k, "quantize"));
   auto out = invoke(builtin("cq"), 2, in.raw());
   if (dither) {
     ndArray_tag const* image = in.arrays[0].get();
