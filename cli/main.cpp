@@ -244,33 +244,33 @@ ArrayPtr runImresize(ndArray_tag const* a, ndArray_tag const* w, ndArray_tag con
 ArrayPtr resize(ArrayPtr img, qzcall::ResampleRequest const& r) { return qzcall::resample(img.get(), r, runImresize); }
 
 // What resize was asked for, checked before any file is read.
-struct ResizeSpec {
+struct ResizeOptions {
   std::optional<double> scale;
   std::size_t h = 0, w = 0;
   qzfilters::Method method;
   bool antialias;
 };
 
-ResizeSpec parseResize(std::optional<std::string> const& scaleText, std::optional<std::string> const& size,
+ResizeOptions parseResize(std::optional<std::string> const& scaleText, std::optional<std::string> const& size,
                        std::string const& methodName, bool noAntialias) {
   auto method = qzfilters::parseMethod(methodName);
   if (!method) throw UsageError("unknown method '" + methodName + "'");
-  ResizeSpec spec{std::nullopt, 0, 0, *method, !noAntialias};
+  ResizeOptions opts{std::nullopt, 0, 0, *method, !noAntialias};
   if (scaleText) {
-    spec.scale = parseDecimal(*scaleText);
-    if (!spec.scale) throw UsageError("--scale: '" + *scaleText + "' is not a decimal number");
+    opts.scale = parseDecimal(*scaleText);
+    if (!opts.scale) throw UsageError("--scale: '" + *scaleText + "' is not a decimal number");
   } else {
     std::size_t x = size->find_first_of("xX");
     auto hh = parseCount(size->substr(0, x), 999999999);
     auto ww = x == std::string::npos ? std::nullopt : parseCount(size->substr(x + 1), 999999999);
     if (!hh || !ww) throw UsageError("--size: '" + *size + "' is not HxW with H and W whole numbers, e.g. 300x400");
-    spec.h = *hh;
-    spec.w = *ww;
+    opts.h = *hh;
+    opts.w = *ww;
   }
-  return spec;
+  return opts;
 }
 
-void cmdResize(std::string const& in, ResizeSpec const& spec, std::string const& out) {
+void cmdResize(std::string const& in, ResizeOptions const& opts, std::string const& out) {
   Outputs files;
   files.add(out);
   std::string const bytes = readInput(in), name = inputName(in);
@@ -278,8 +278,8 @@ void cmdResize(std::string const& in, ResizeSpec const& spec, std::string const&
     // PNG and JPEG rows as decoded: both passes read them in place.
     if (auto img = decodeInterleaved(bytes, name)) {
       qzcall::ResampleRequest r =
-          spec.scale ? qzcall::planResize(img->height, img->width, *spec.scale, spec.method, spec.antialias)
-                     : qzcall::planResize(img->height, img->width, spec.h, spec.w, spec.method, spec.antialias);
+          opts.scale ? qzcall::planResize(img->height, img->width, *opts.scale, opts.method, opts.antialias)
+                     : qzcall::planResize(img->height, img->width, opts.h, opts.w, opts.method, opts.antialias);
       InterleavedImage result{qzcall::resampleInterleaved(img->pixels.get(), img->height, img->width, img->channels,
                                                           r, runImresize),
                               r.rows, r.cols, img->channels};
@@ -290,8 +290,8 @@ void cmdResize(std::string const& in, ResizeSpec const& spec, std::string const&
   }
   ArrayPtr img = decodeImage(bytes, name);
   auto d = qzhost::dimsOf(img.get());
-  qzcall::ResampleRequest r = spec.scale ? qzcall::planResize(d[0], d[1], *spec.scale, spec.method, spec.antialias)
-                                         : qzcall::planResize(d[0], d[1], spec.h, spec.w, spec.method, spec.antialias);
+  qzcall::ResampleRequest r = opts.scale ? qzcall::planResize(d[0], d[1], *opts.scale, opts.method, opts.antialias)
+                                         : qzcall::planResize(d[0], d[1], opts.h, opts.w, opts.method, opts.antialias);
   files.write(out, encodeImage(resize(std::move(img), r).get(), out));
   files.commit();
 }
@@ -642,10 +642,10 @@ int main(int argc, char** argv) {
           sameKind);
     if (to8->parsed()) return runImageCommand("to8", inputs, single, folder, cmdTo8, png);
     if (rs->parsed()) {
-      ResizeSpec const spec = parseResize(scaleOpt->count() ? std::optional(scale) : std::nullopt,
+      ResizeOptions const opts = parseResize(scaleOpt->count() ? std::optional(scale) : std::nullopt,
                                           sizeOpt->count() ? std::optional(size) : std::nullopt, method, noAntialias);
       return runImageCommand(
-          "resize", inputs, single, folder, [&](auto const& in, auto const& o) { cmdResize(in, spec, o); }, sameKind);
+          "resize", inputs, single, folder, [&](auto const& in, auto const& o) { cmdResize(in, opts, o); }, sameKind);
     }
     if (call->parsed()) return cmdCall(name, nargout, outDir, files);
     if (demo->parsed()) return cmdDemo(demoInput, demoDir);
