@@ -22,7 +22,6 @@ namespace qzref {
 
 struct CellStats {
   std::int64_t count = 0, red = 0, green = 0, blue = 0;
-  std::uint64_t squares = 0;  // exact sum of R^2 + G^2 + B^2
 };
 
 struct Box {
@@ -42,7 +41,6 @@ class Histogram {
       c.green += g;
       c.blue += b;
       std::uint32_t sq = std::uint32_t(r) * r + std::uint32_t(g) * g + std::uint32_t(b) * b;
-      c.squares += sq;
       floatCells_[(cellIndex(r) * 32 + cellIndex(g)) * 32 + cellIndex(b)] += float(sq);
     }
     buildFloatTotals();
@@ -62,7 +60,6 @@ class Histogram {
           s.red += c.red;
           s.green += c.green;
           s.blue += c.blue;
-          s.squares += c.squares;
         }
     return s;
   }
@@ -77,12 +74,6 @@ class Histogram {
 
   // The running float total over r' <= r, g' <= g, b' <= b, 1-based.
   float floatTotal(int r, int g, int b) const { return total_[r][g][b]; }
-
-  std::size_t occupiedCells() const {
-    std::size_t n = 0;
-    for (auto const& c : cells_) n += c.count != 0;
-    return n;
-  }
 
  private:
   // total_[r][g][b] over 1-based coordinates (0 is the empty border): the
@@ -153,7 +144,6 @@ inline BestCut bestCut(Histogram const& h, Box const& x, int a) {
 struct Result {
   std::vector<std::array<std::uint8_t, 3>> colors;
   std::vector<std::uint16_t> labels;  // one per pixel
-  std::vector<Box> boxes;
 };
 
 // K >= 1.
@@ -193,7 +183,6 @@ inline Result quantize(std::vector<std::uint8_t> const& planar, std::size_t pixe
   }
 
   Result out;
-  out.boxes = boxes;
   for (Box const& x : boxes) {
     CellStats s = h.stats(x);
     if (s.count == 0)
