@@ -4,8 +4,6 @@
 #include "qzimages/qzimages.hpp"
 #include "qztest.hpp"
 
-namespace {
-
 TEST(AbiTest, LoadHooksAndRgb2grayWorkThroughTheSharedLibrary) {
   PXInitialize_libqzimages();
   auto rgb = qztest::makeFrom<std::uint8_t>({1, 2, 3}, {255, 10, 255, 20, 255, 30});
@@ -14,5 +12,3 @@ TEST(AbiTest, LoadHooksAndRgb2grayWorkThroughTheSharedLibrary) {
   EXPECT_EQ(qztest::valuesOf<std::uint8_t>(out[0].get())[0], 255);
   PXTerminate_libqzimages();
 }
-
-}  // namespace

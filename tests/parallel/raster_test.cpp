@@ -1,8 +1,8 @@
 // The column-splitting ranges: when they split, where, and that a parallel
-// loop over them visits every column exactly once.
+// loop over a pair of them visits every column of both exactly once.
 
 #include <atomic>
-#include <numeric>
+#include <tuple>
 
 #include <tbb/global_control.h>
 
@@ -10,112 +10,51 @@
 #include "parallel/raster.hpp"
 #include "qztest.hpp"
 
-namespace {
-
-using Array = raster::SplittableArrayWrapper<int>;
+using Array = raster::SplittableArrayWrapper<int const>;
 using Rgb = raster::SplittableRGBArrayWrapper<unsigned char>;
+using Pair = raster::SplittablePair<Array, Rgb>;
 
-TEST(RasterArrayTest, DivisibilityFollowsColumnsAndGrain) {
-  struct Row {
-    std::size_t rows, columns, grain;
-    bool divisible;
-  } rows[] = {
+// Whole views of an M-by-N image and of the three planes of its output.
+static Pair pairOf(int const* x, unsigned char* rgb, std::size_t m, std::size_t n, std::size_t grain) {
+  return Pair(Array(x, m * n, m, n, grain), Rgb(rgb, 3 * m * n, m, 3 * n, grain, m * n, n));
+}
+
+TEST(RasterTest, PiecesKeepWholeColumnsAndTheGrain) {
+  std::tuple<std::size_t, std::size_t, std::size_t, bool> const rows[] = {
       {1000, 1, 1, false},  // one column never splits
-      {1, 1, 1, false},     {5, 2, 5, true},   // two columns of exactly the grain
-      {5, 2, 6, false},     // two columns smaller than the grain
-      {4, 3, 4, true},      {4, 3, 5, false},  // the right piece would hold one column of 4
-      {0, 8, 1, false},     // no rows: pieces would be empty
-      {1, 5, 2, true},      {10, 2, 1, true},
+      {5, 2, 5, true},      // two pieces of exactly the grain
+      {5, 2, 6, false},     {4, 3, 5, false}, {1, 5, 2, true}, {1, 1, 1, false}, {0, 8, 1, false},
   };
-  int dummy = 0;
-  for (auto const& r : rows) {
-    Array a(&dummy, r.rows * r.columns, r.rows, r.columns, r.grain);
-    EXPECT_EQ(a.is_divisible(), r.divisible) << r.rows << "x" << r.columns << " grain " << r.grain;
+  int xs[3] = {};
+  unsigned char cs[9] = {};
+  for (auto const& [m, n, grain, divisible] : rows) {
+    Pair const p = pairOf(xs, cs, m, n, grain);
+    EXPECT_TRUE(p.first.is_divisible() == divisible && p.second.is_divisible() == divisible) << m << "x" << n;
+    EXPECT_TRUE(p.first.empty() == (m * n == 0) && p.second.empty() == (m * n == 0)) << m << "x" << n;
   }
+  // The planes' count is halved on its own, so an odd split is uneven: the
+  // left two columns of a 1-by-3 view keep 5 of the 9 elements, too few to
+  // split again, where the matching index view could.
+  Pair left = pairOf(xs, cs, 1, 3, 1), right(left, tbb::split());
+  EXPECT_TRUE(left.first.is_divisible());
+  EXPECT_FALSE(left.is_divisible());
 }
 
-TEST(RasterArrayTest, FiveColumnsSplitThreeLeftAndTwoRight) {
-  std::vector<int> data(7 * 5);
-  Array left(data.data(), 35, 7, 5, 1);
-  Array right(left, tbb::split());
-  EXPECT_EQ(left.data, data.data());
-  EXPECT_EQ(left.columns, 3u);
-  EXPECT_EQ(left.count, 21u);
-  EXPECT_EQ(right.data, data.data() + 21);
-  EXPECT_EQ(right.columns, 2u);
-  EXPECT_EQ(right.count, 14u);
-  EXPECT_EQ(right.rows, 7u);
-  EXPECT_EQ(right.grain, 1u);
-}
-
-TEST(RasterRgbTest, CountIsHalvedIndependentlyOfTheColumns) {
-  for (std::size_t m : {1u, 2u, 7u}) {
-    std::vector<unsigned char> data(3 * m * 5);
-    Rgb left(data.data(), 15 * m, m, 15, 1, 5 * m, 5);
-    Rgb right(left, tbb::split());
-    EXPECT_EQ(right.count, 15 * m / 2) << "M=" << m;
-    EXPECT_EQ(left.count, 15 * m - 15 * m / 2);
-    EXPECT_EQ(left.columns, 3u);
-    EXPECT_EQ(right.columns, 2u);
-    EXPECT_EQ(right.data, data.data() + 3 * m);
-    EXPECT_EQ(right.planeSize, 5 * m);
-    EXPECT_EQ(right.hostColumns, 15u);
-  }
-}
-
-TEST(RasterRgbTest, DivisibilityUsesAThirdOfTheCount) {
-  unsigned char dummy = 0;
-  EXPECT_FALSE(Rgb(&dummy, 3 * 9, 9, 3, 1, 9, 1).is_divisible());  // one column
-  EXPECT_TRUE(Rgb(&dummy, 3 * 18, 9, 6, 1, 18, 2).is_divisible());
-  EXPECT_FALSE(Rgb(&dummy, 3 * 18, 9, 6, 10, 18, 2).is_divisible());  // columns below the grain
-  EXPECT_TRUE(Rgb(&dummy, 3 * 20, 10, 6, 10, 20, 2).is_divisible());
-}
-
-TEST(RasterPairTest, BothMembersSplitAtTheSameColumn) {
-  for (std::size_t columns = 1; columns <= 17; ++columns) {
-    std::size_t const m = 3;
-    std::vector<int> x(m * columns);
-    std::vector<unsigned char> rgb(3 * m * columns);
-    using Pair = raster::SplittablePair<Array, Rgb>;
-    // Split repeatedly down the left side and check every piece pairs up.
-    Pair whole(Array(x.data(), m * columns, m, columns, 1),
-               Rgb(rgb.data(), 3 * m * columns, m, 3 * columns, 1, m * columns, columns));
-    while (whole.is_divisible()) {
-      Pair right(whole, tbb::split());
-      EXPECT_EQ(right.first.columns, right.second.columns);
-      EXPECT_EQ(right.first.data - x.data(), right.second.data - rgb.data());
-      EXPECT_EQ(whole.first.columns, whole.second.columns);
-    }
-    EXPECT_EQ(whole.first.data, x.data());
-  }
-}
-
-// A parallel loop over a pair covers every column of both views exactly once,
-// whatever the thread count.
-struct MarkColumns {
-  std::atomic<int>* visits;
-  std::size_t rows;
-  int const* base;
-  void operator()(raster::SplittablePair<raster::SplittableArrayWrapper<int const>, Rgb> const& r) const {
-    EXPECT_EQ(r.first.count % rows, 0u);
-    std::size_t first = static_cast<std::size_t>(r.first.data - base) / rows;
-    for (std::size_t c = 0; c < r.first.columns; ++c) visits[first + c]++;
-  }
-};
-
-TEST(RasterPairTest, ParallelLoopVisitsEveryColumnOnce) {
-  std::size_t const m = 100, n = 1237;
+TEST(RasterTest, AParallelLoopVisitsEveryColumnOnceWhateverTheThreadCount) {
+  std::size_t const m = 7, n = 1237;
   std::vector<int> x(m * n);
   std::vector<unsigned char> rgb(3 * m * n);
-  for (int threads : {1, 2, 4}) {
-    tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads));
+  for (std::size_t threads : {1, 2, 4}) {
+    tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
     std::vector<std::atomic<int>> visits(n);
-    raster::SplittablePair<raster::SplittableArrayWrapper<int const>, Rgb> range(
-        raster::SplittableArrayWrapper<int const>(x.data(), m * n, m, n, 1),
-        Rgb(rgb.data(), 3 * m * n, m, 3 * n, 1, m * n, n));
-    qz::runParallel(range, MarkColumns{visits.data(), m, x.data()});
-    for (std::size_t c = 0; c < n; ++c) ASSERT_EQ(visits[c].load(), 1) << "column " << c << ", " << threads << " threads";
+    qz::runParallel(pairOf(x.data(), rgb.data(), m, n, 1), [&](Pair const& r) {
+      // The pieces of both views stay whole columns of the same place.
+      std::size_t const first = std::size_t(r.first.data - x.data()) / m;
+      EXPECT_EQ(r.first.count, m * r.first.columns);
+      EXPECT_EQ(r.second.columns, r.first.columns);
+      EXPECT_EQ(r.second.data, rgb.data() + first * m);
+      for (std::size_t c = 0; c < r.first.columns; ++c) visits[first + c]++;
+    });
+    for (std::size_t c = 0; c < n; ++c) ASSERT_EQ(visits[c].load(), 1) << "column " << c << ", threads " << threads;
   }
 }
-
-}  // namespace
