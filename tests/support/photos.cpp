@@ -11,8 +11,6 @@
 
 namespace qztest {
 
-std::vector<std::string> samplePhotoNames() { return {"coffee.png", "chelsea.png", "astronaut.png"}; }
-
 Photo loadSamplePhoto(std::string const& name) {
   std::string path = std::string(QZ_DATA_DIR) + "/" + name;
   png_image image;
@@ -38,12 +36,6 @@ Photo loadSamplePhoto(std::string const& name) {
     for (std::size_t x = 0; x < p.cols; ++x)
       for (std::size_t c = 0; c < 3; ++c) p.planar[c * plane + x * p.rows + y] = rgb[(y * p.cols + x) * 3 + c];
   return p;
-}
-
-qzhost::ArrayPtr photoArray(Photo const& p) {
-  auto a = qzhost::makeArray(ndclass::UInt8, {p.rows, p.cols, 3});
-  if (!p.planar.empty()) std::memcpy(ndGetData(a.get()), p.planar.data(), p.planar.size());
-  return a;
 }
 
 }  // namespace qztest
