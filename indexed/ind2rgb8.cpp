@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "common/convert.hpp"
+#include "common/scratch.hpp"
 #include "gateway/errors.hpp"
 #include "gateway/message_ids.hpp"
 #include "ndarray/ndarray.hpp"
@@ -129,26 +130,24 @@ void _ind2rgb8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inpu
   ndArray_tag* out = outputs[0].get();
 
   std::uint64_t const k = ndGetDimensions(map)[0];
-  auto* red = static_cast<std::uint8_t*>(ndMalloc(k));
-  auto* green = static_cast<std::uint8_t*>(ndMalloc(k));
-  auto* blue = static_cast<std::uint8_t*>(ndMalloc(k));
+  using qz::ScratchArray;
+  using qz::ScratchFill;
+  ScratchArray<std::uint8_t> const red(k, ScratchFill::Uninitialised), green(k, ScratchFill::Uninitialised),
+      blue(k, ScratchFill::Uninitialised);
   double const* column = static_cast<double const*>(ndGetData(map));
-  qz::convertMapColumn(column, k, red);
-  qz::convertMapColumn(column + k, k, green);
-  qz::convertMapColumn(column + 2 * k, k, blue);
-  qz::ColourTables const tables{red, green, blue, k};
+  qz::convertMapColumn(column, k, red.get());
+  qz::convertMapColumn(column + k, k, green.get());
+  qz::convertMapColumn(column + 2 * k, k, blue.get());
+  qz::ColourTables const tables{red.get(), green.get(), blue.get(), k};
 
   switch (ndGetClassID(x)) {
     case ndclass::Double: lookUpAs<double>(x, m, n, out, tables); break;
     case ndclass::UInt8: lookUpAs<std::uint8_t>(x, m, n, out, tables); break;
     case ndclass::UInt16: lookUpAs<std::uint16_t>(x, m, n, out, tables); break;
     case ndclass::UInt32: lookUpAs<std::uint32_t>(x, m, n, out, tables); break;
-    // Unreachable after validation; the host reclaims the tables on this path.
+    // Unreachable after the checks; the tables' owners give them back.
     default: ndErrMsgId(msg::unexpectedType());
   }
-  ndFree(red);
-  ndFree(green);
-  ndFree(blue);
 }
 
 }  // namespace pximages

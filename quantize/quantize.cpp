@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/scratch.hpp"
 #include "gateway/errors.hpp"
 #include "gateway/message_ids.hpp"
-#include "quantize/scratch.hpp"
 
 namespace qz {
 namespace {

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "common/convert.hpp"
+#include "common/scratch.hpp"
 #include "gateway/errors.hpp"
 #include "gateway/message_ids.hpp"
 #include "ndarray/ndarray.hpp"
@@ -91,10 +92,10 @@ void _imresize(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inpu
                                                        isComplex ? ndCOMPLEX : ndREAL);
 
   std::size_t const count = ndGetNumberOfElements(indices);
-  auto* offsets = static_cast<std::size_t*>(ndMalloc(count * sizeof(std::size_t)));
-  qz::buildResizeOffsets(static_cast<double const*>(ndGetData(indices)), count, dim, m, offsets);
+  qz::ScratchArray<std::size_t> const offsets(count, qz::ScratchFill::Uninitialised);
+  qz::buildResizeOffsets(static_cast<double const*>(ndGetData(indices)), count, dim, m, offsets.get());
 
-  qz::ResizeArgs const args{image,     outputs[0].get(), m,   n,  p, outLength, taps, offsets,
+  qz::ResizeArgs const args{image,     outputs[0].get(), m,   n,  p, outLength, taps, offsets.get(),
                             static_cast<double const*>(ndGetData(weights)), dim, isComplex};
   switch (cls) {
     case ndclass::Double: qz::dispatchResize<double>(args); break;
@@ -113,11 +114,10 @@ void _imresize(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inpu
         qz::launchResizeRows<qz::ResizeRows<unsigned char, unsigned char>>(args);
       break;
     default:
-      // The output already sits in its slot; the offset table is left to the
-      // host, which reclaims a raising call's scratch memory.
+      // The output already sits in its slot, and the offset table's owner
+      // gives it back as the error leaves.
       ndErrMsgId(ORRERY::images::resizeDim::invalidInputClass());
   }
-  ndFree(offsets);
 }
 
 }  // namespace pximages

@@ -7,10 +7,10 @@
 #include <set>
 #include <thread>
 
+#include "common/scratch.hpp"
 #include "cq_support.hpp"
 #include "photos.hpp"
 #include "quantize/quantize.hpp"
-#include "quantize/scratch.hpp"
 #include "reference/cq_reference.hpp"
 
 namespace {
