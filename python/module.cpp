@@ -20,6 +20,7 @@
 
 #include "color/rgb2gray.hpp"
 #include "color/rgb2hsv.hpp"
+#include "common/numeric_types.hpp"
 #include "contract.hpp"
 #include "dither.hpp"
 #include "filters.hpp"
@@ -347,8 +348,8 @@ py::array rgb2gray(py::handle obj) {
     {
       py::gil_scoped_release nogil;
       switch (c.cls) {
-#define QZ_GRAY_CASE(T)                   \
-  case ndClassOf<T>::value:               \
+#define QZ_GRAY_CASE(T, C)                \
+  case ndclass::C:                        \
     grayInterleaved<T>(src, pixels, dst); \
     break;
         QZ_FOR_EACH_NUMERIC_TYPE(QZ_GRAY_CASE)
