@@ -29,7 +29,7 @@ namespace msg = ORRERY::images::grayto8;
 
 // Raises the first failing check; a complex image only draws a warning, and
 // the conversion goes on with its real parts.
-void checkArguments(int numInputs, ndArray_tag const** inputs) {
+void checkInputs(int numInputs, ndArray_tag const** inputs) {
   if (numInputs <= 0) ndErrMsgId(msg::tooFewInputs());
   if (numInputs > 1) ndErrMsgId(msg::tooManyInputs());
   ndClassID const cls = ndGetClassID(inputs[0]);
@@ -45,7 +45,7 @@ void convertAs(ndArray_tag const* in, std::size_t count, std::size_t stride, std
 }  // namespace
 
 void _grayto8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
-  checkArguments(numInputs, inputs);
+  checkInputs(numInputs, inputs);
   ndArray_tag const* in = inputs[0];
   in->complete_opaque_dimensions();
   std::size_t const* dims = ndGetDimensions(in);

@@ -95,7 +95,7 @@ bool isIndexClass(ndClassID c) {
 
 // Raises the first failing check.  The map's shape is checked before its
 // class, so a K-by-4 map of any class reports its size.
-void checkArguments(int numInputs, ndArray_tag const** inputs) {
+void validateInputs(int numInputs, ndArray_tag const** inputs) {
   if (numInputs != 2) ndErrMsgId(msg::wrongNumInputs());
   ndArray_tag const* x = inputs[0];
   ndArray_tag const* map = inputs[1];
@@ -120,7 +120,7 @@ void lookUpAs(ndArray_tag const* x, std::size_t m, std::size_t n, ndArray_tag* o
 }  // namespace
 
 void _ind2rgb8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
-  checkArguments(numInputs, inputs);
+  validateInputs(numInputs, inputs);
   ndArray_tag const* x = inputs[0];
   ndArray_tag const* map = inputs[1];
   std::size_t const m = ndGetDimensions(x)[0];

@@ -13,7 +13,7 @@
 
 namespace qz {
 
-std::uint64_t checkArguments(int numInputs, ndArray_tag const** inputs) {
+std::uint64_t validateCqInputs(int numInputs, ndArray_tag const** inputs) {
   namespace cq = ORRERY::images::cq;
   if (numInputs != 2) ndErrMsgId(cq::twoInputsRequired());
 
@@ -47,7 +47,7 @@ std::uint64_t checkArguments(int numInputs, ndArray_tag const** inputs) {
 namespace pximages {
 
 void _cq(int numOutputs, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
-  std::size_t const K = static_cast<std::size_t>(qz::checkArguments(numInputs, inputs));
+  std::size_t const K = static_cast<std::size_t>(qz::validateCqInputs(numInputs, inputs));
 
   ndArray_tag const* image = inputs[0];
   image->complete_opaque_dimensions();

@@ -13,6 +13,6 @@ inline constexpr std::uint64_t kMaxRequestedColors = 65536;
 // Checks the image and the colour count in order, raising the first failure,
 // and returns the count as the processor's unsigned conversion gives it.
 // Allocates nothing.
-std::uint64_t checkArguments(int numInputs, ndArray_tag const** inputs);
+std::uint64_t validateCqInputs(int numInputs, ndArray_tag const** inputs);
 
 }  // namespace qz

@@ -21,12 +21,7 @@ namespace qz {
 
 namespace ids = ORRERY::images::resizeDim;
 
-namespace {
-
-// Checks the four arguments (image, weights, indices, dimension) in order and
-// raises the first failure; returns normally when all pass.  The class of the
-// image is checked later, at dispatch.
-void checkArguments(int numInputs, ndArray_tag const** inputs) {
+void validateResizeArgs(int numInputs, ndArray_tag const** inputs) {
   // The key says three, but the host-side caller always passes four
   // arguments; the count is what matters.
   if (numInputs != 4) ndErrMsgId(ids::notThreeArgs());
@@ -56,8 +51,6 @@ void checkArguments(int numInputs, ndArray_tag const** inputs) {
   if (ndGetClassID(dim) != ndclass::Double || ndIsSparse(dim)) ndErrMsgId(ids::invalidDim());
 }
 
-}  // namespace
-
 void buildResizeOffsets(double const* indices, std::size_t count, std::int32_t dim, std::size_t rows,
                         std::size_t* offsets) {
   if (dim == 1) {
@@ -74,7 +67,7 @@ void buildResizeOffsets(double const* indices, std::size_t count, std::int32_t d
 namespace pximages {
 
 void _imresize(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
-  qz::checkArguments(numInputs, inputs);
+  qz::validateResizeArgs(numInputs, inputs);
 
   ndArray_tag const* image = inputs[0];
   ndArray_tag const* weights = inputs[1];

@@ -126,7 +126,7 @@ TEST_F(CqGatewayTest, CountsConvertAsTheProcessorsUnsignedConversionDoes) {
   for (auto const& c : cases) {
     auto k = scalar(c.value);
     ndArray_tag const* inputs[] = {image.get(), k.get()};
-    EXPECT_EQ(qz::checkArguments(2, inputs), c.colors) << c.value;
+    EXPECT_EQ(qz::validateCqInputs(2, inputs), c.colors) << c.value;
   }
 }
 
