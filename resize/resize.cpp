@@ -124,24 +124,33 @@ void resizeRowColumnsLanes(Kernel const& k, std::size_t first, std::size_t last)
 
 template <class In, class Out>
 void ResizeCols<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
-  if constexpr (std::is_arithmetic_v<In>)
-    resizeColumnItems<In>(src, dst, weights, offsets, srcRows, dstRows, taps, r.begin(), r.end());
-  else
-    resizeColumnItemsScalar(*this, r.begin(), r.end());
+  resizeColumnItems<In>(src, dst, weights, offsets, srcRows, dstRows, taps, r.begin(), r.end());
+}
+
+template <class In, class Out>
+void ResizeColsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
+  resizeColumnItemsScalar(*this, r.begin(), r.end());
 }
 
 template <class In, class Out>
 void ResizeRows<In, Out>::columns(std::size_t first, std::size_t last) const {
-  if constexpr (std::is_arithmetic_v<In>)
-    resizeRowColumnsLanes<In>(*this, first, last);
-  else
-    resizeRowColumnsLanes<PartOf<In>>(*this, first, last);
+  resizeRowColumnsLanes<In>(*this, first, last);
 }
 
 template <class In, class Out>
 void ResizeRows<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
   // The blocks of a sub-range are adjacent output columns: one sweep over
   // the planes covers them all.
+  columns(r.begin() * blockSize, r.end() * blockSize);
+}
+
+template <class In, class Out>
+void ResizeRowsComplex<In, Out>::columns(std::size_t first, std::size_t last) const {
+  resizeRowColumnsLanes<PartOf<In>>(*this, first, last);
+}
+
+template <class In, class Out>
+void ResizeRowsComplex<In, Out>::operator()(tbb::blocked_range<std::size_t> const& r) const {
   columns(r.begin() * blockSize, r.end() * blockSize);
 }
 
@@ -172,9 +181,9 @@ void dispatchResize(ResizeArgs const& a) {
   using C = std::complex<E>;
   if (a.isComplex) {
     if (a.dim == 1)
-      launchResizeCols<ResizeCols<C const, C>>(a);
+      launchResizeCols<ResizeColsComplex<C const, C>>(a);
     else
-      launchResizeRows<ResizeRows<C const, C>>(a);
+      launchResizeRows<ResizeRowsComplex<C const, C>>(a);
   } else {
     if (a.dim == 1)
       launchResizeCols<ResizeCols<E, E>>(a);
@@ -183,8 +192,17 @@ void dispatchResize(ResizeArgs const& a) {
   }
 }
 
-#define QZ_INSTANTIATE_RESIZE(E, C) QZ_RESIZE_INSTANCES(, E)
-QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_INSTANTIATE_RESIZE)
+#define QZ_INSTANTIATE_RESIZE(E)                                                                              \
+  template struct ResizeCols<E, E>;                                                                           \
+  template struct ResizeRows<E, E>;                                                                           \
+  template struct ResizeColsComplex<std::complex<E> const, std::complex<E>>;                                  \
+  template struct ResizeRowsComplex<std::complex<E> const, std::complex<E>>;                                  \
+  template void launchResizeCols<ResizeCols<E, E>>(ResizeArgs const&);                                        \
+  template void launchResizeRows<ResizeRows<E, E>>(ResizeArgs const&);                                        \
+  template void launchResizeCols<ResizeColsComplex<std::complex<E> const, std::complex<E>>>(ResizeArgs const&); \
+  template void launchResizeRows<ResizeRowsComplex<std::complex<E> const, std::complex<E>>>(ResizeArgs const&); \
+  template void dispatchResize<E>(ResizeArgs const&);
+QZ_FOR_EACH_RESIZE_TYPE(QZ_INSTANTIATE_RESIZE)
 #undef QZ_INSTANTIATE_RESIZE
 
 }  // namespace qz

@@ -17,7 +17,6 @@
 
 #include <tbb/blocked_range.h>
 
-#include "common/numeric_types.hpp"
 #include "ndarray/ndarray.hpp"
 
 namespace qz {
@@ -37,9 +36,6 @@ struct ResizeArgs {
   bool isComplex;
 };
 
-// The kernels are instantiated with In = Out = E for real data and with
-// In = std::complex<E> const, Out = std::complex<E> for complex data.
-
 // Along dimension 1.  Item j is column j mod N of plane j div N; the columns
 // of all planes are consecutive, so item j reads src + j*srcRows and writes
 // dst + j*dstRows.
@@ -51,6 +47,19 @@ struct ResizeCols {
   std::size_t const* offsets;
   std::size_t srcRows;  // M
   std::size_t dstRows;  // L
+  std::size_t taps;
+
+  void operator()(tbb::blocked_range<std::size_t> const& r) const;
+};
+
+template <class In, class Out>
+struct ResizeColsComplex {
+  In const* src;
+  Out* dst;
+  double const* weights;
+  std::size_t const* offsets;
+  std::size_t srcRows;
+  std::size_t dstRows;
   std::size_t taps;
 
   void operator()(tbb::blocked_range<std::size_t> const& r) const;
@@ -77,6 +86,23 @@ struct ResizeRows {
   void columns(std::size_t first, std::size_t last) const;
 };
 
+template <class In, class Out>
+struct ResizeRowsComplex {
+  In const* src;
+  Out* dst;
+  double const* weights;
+  std::size_t const* offsets;
+  std::size_t srcCols;
+  std::size_t dstCols;
+  std::size_t taps;
+  std::size_t rows;
+  std::size_t planes;
+  std::size_t blockSize;
+
+  void operator()(tbb::blocked_range<std::size_t> const& r) const;
+  void columns(std::size_t first, std::size_t last) const;
+};
+
 // Output columns per row-kernel work item.
 inline constexpr std::size_t kResizeBlock = 8;
 
@@ -94,20 +120,29 @@ void launchResizeRows(ResizeArgs const& a);
 template <class E>
 void dispatchResize(ResizeArgs const& a);
 
-// The explicit instances for element type E, declared here (EXTERN =
-// extern) and defined in resize.cpp (EXTERN empty).
-#define QZ_RESIZE_KERNELS(EXTERN, In, Out)                                      \
-  EXTERN template struct ResizeCols<In, Out>;                                   \
-  EXTERN template struct ResizeRows<In, Out>;                                   \
-  EXTERN template void launchResizeCols<ResizeCols<In, Out>>(ResizeArgs const&); \
-  EXTERN template void launchResizeRows<ResizeRows<In, Out>>(ResizeArgs const&);
-#define QZ_RESIZE_INSTANCES(EXTERN, E)                                 \
-  QZ_RESIZE_KERNELS(EXTERN, E, E)                                      \
-  QZ_RESIZE_KERNELS(EXTERN, std::complex<E> const, std::complex<E>)    \
-  EXTERN template void dispatchResize<E>(ResizeArgs const&);
+#define QZ_FOR_EACH_RESIZE_TYPE(X) \
+  X(double)                        \
+  X(float)                         \
+  X(unsigned char)                 \
+  X(unsigned short)                \
+  X(unsigned int)                  \
+  X(signed char)                   \
+  X(short)                         \
+  X(int)
 
-#define QZ_DECLARE_RESIZE(E, C) QZ_RESIZE_INSTANCES(extern, E)
-QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_DECLARE_RESIZE)
+#define QZ_DECLARE_RESIZE(E)                                                                      \
+  extern template struct ResizeCols<E, E>;                                                        \
+  extern template struct ResizeRows<E, E>;                                                        \
+  extern template struct ResizeColsComplex<std::complex<E> const, std::complex<E>>;               \
+  extern template struct ResizeRowsComplex<std::complex<E> const, std::complex<E>>;               \
+  extern template void launchResizeCols<ResizeCols<E, E>>(ResizeArgs const&);                     \
+  extern template void launchResizeRows<ResizeRows<E, E>>(ResizeArgs const&);                     \
+  extern template void launchResizeCols<ResizeColsComplex<std::complex<E> const, std::complex<E>>>( \
+      ResizeArgs const&);                                                                         \
+  extern template void launchResizeRows<ResizeRowsComplex<std::complex<E> const, std::complex<E>>>( \
+      ResizeArgs const&);                                                                         \
+  extern template void dispatchResize<E>(ResizeArgs const&);
+QZ_FOR_EACH_RESIZE_TYPE(QZ_DECLARE_RESIZE)
 #undef QZ_DECLARE_RESIZE
 
 }  // namespace qz
