@@ -83,32 +83,41 @@ QZ_FOR_EACH_INDEX_TYPE(QZ_INSTANTIATE_LOOKUP)
 
 }  // namespace qz
 
-namespace pximages {
+namespace qz {
 
 namespace {
-
-namespace msg = ORRERY::images::ind2rgb8;
 
 bool isIndexClass(ndClassID c) {
   return c == ndclass::Double || c == ndclass::UInt8 || c == ndclass::UInt16 || c == ndclass::UInt32;
 }
 
+}  // namespace
+
 // Raises the first failing check.  The map's shape is checked before its
 // class, so a K-by-4 map of any class reports its size.
 void validateInputs(int numInputs, ndArray_tag const** inputs) {
-  if (numInputs != 2) ndErrMsgId(msg::wrongNumInputs());
+  namespace ind2rgb8 = ORRERY::images::ind2rgb8;
+  if (numInputs != 2) ndErrMsgId(ind2rgb8::wrongNumInputs());
   ndArray_tag const* x = inputs[0];
   ndArray_tag const* map = inputs[1];
-  if (!isIndexClass(ndGetClassID(x))) ndErrMsgId(msg::invalidInputType());
+  if (!isIndexClass(ndGetClassID(x))) ndErrMsgId(ind2rgb8::invalidInputType());
   x->complete_opaque_dimensions();
-  if (ndGetNumberOfDimensions(x) != 2) ndErrMsgId(msg::inputNot2D());
-  if (ndIsSparse(x)) ndErrMsgId(msg::sparseInput());
+  if (ndGetNumberOfDimensions(x) != 2) ndErrMsgId(ind2rgb8::inputNot2D());
+  if (ndIsSparse(x)) ndErrMsgId(ind2rgb8::sparseInput());
   map->complete_opaque_dimensions();
-  if (ndGetNumberOfDimensions(map) != 2 || ndGetN(map) != 3) ndErrMsgId(msg::invalidMapSize());
-  if (ndGetClassID(map) != ndclass::Double) ndErrMsgId(msg::invalidMapType());
-  if (ndIsSparse(map)) ndErrMsgId(msg::sparseMap());
-  if (ndGetDimensions(map)[0] == 0) ndErrMsgId(msg::emptyMap());
+  if (ndGetNumberOfDimensions(map) != 2 || ndGetN(map) != 3) ndErrMsgId(ind2rgb8::invalidMapSize());
+  if (ndGetClassID(map) != ndclass::Double) ndErrMsgId(ind2rgb8::invalidMapType());
+  if (ndIsSparse(map)) ndErrMsgId(ind2rgb8::sparseMap());
+  if (ndGetDimensions(map)[0] == 0) ndErrMsgId(ind2rgb8::emptyMap());
 }
+
+}  // namespace qz
+
+namespace pximages {
+
+namespace {
+
+namespace msg = ORRERY::images::ind2rgb8;
 
 // X and the map are read from the start of their data as if real: for a
 // complex array the interleaved parts count as consecutive elements.
@@ -120,7 +129,7 @@ void lookUpAs(ndArray_tag const* x, std::size_t m, std::size_t n, ndArray_tag* o
 }  // namespace
 
 void _ind2rgb8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
-  validateInputs(numInputs, inputs);
+  qz::validateInputs(numInputs, inputs);
   ndArray_tag const* x = inputs[0];
   ndArray_tag const* map = inputs[1];
   std::size_t const m = ndGetDimensions(x)[0];
