@@ -4,8 +4,11 @@
 #include <cstring>
 #include <memory>
 #include <sstream>
+#include <string_view>
 #include <variant>
 #include <vector>
+
+#include "dtypes.hpp"
 
 namespace qzcli {
 namespace {
@@ -127,21 +130,8 @@ DType simpleType(std::string const& d, std::string const& name) {
   char order = d[0];
   if (order != '<' && order != '>' && order != '|' && order != '=')
     throw FileError(name + ": unsupported dtype '" + d + "'");
-  std::string t = d.substr(1);
-  struct Row {
-    char const* code;
-    ndClassID cls;
-    bool complex;
-    std::size_t bytes;
-  } static const rows[] = {
-      {"f8", ndclass::Double, false, 8}, {"f4", ndclass::Single, false, 4}, {"i1", ndclass::Int8, false, 1},
-      {"u1", ndclass::UInt8, false, 1},  {"i2", ndclass::Int16, false, 2},  {"u2", ndclass::UInt16, false, 2},
-      {"i4", ndclass::Int32, false, 4},  {"u4", ndclass::UInt32, false, 4}, {"i8", ndclass::Int64, false, 8},
-      {"u8", ndclass::UInt64, false, 8}, {"b1", ndclass::Logical, false, 1}, {"c16", ndclass::Double, true, 8},
-      {"c8", ndclass::Single, true, 4},
-  };
-  for (auto const& r : rows)
-    if (t == r.code) return {r.cls, r.complex, r.bytes, order == '>'};
+  if (auto const* t = qzcall::numpyTypeByCode(std::string_view(d).substr(1)))
+    return {t->cls, t->complex, t->partBytes, order == '>'};
   throw FileError(name + ": unsupported dtype '" + d + "' (supported: float64, float32, int8..uint64, bool, "
                          "complex128, complex64, and two-field integer records)");
 }
@@ -265,24 +255,12 @@ qzhost::ArrayPtr readNpy(std::string const& path) { return parseNpy(readInputFil
 
 std::string npyDescr(ndArray_tag const* a) {
   ndClassID cls = ndGetClassID(a);
-  char const* base = nullptr;
-  switch (cls) {
-    case ndclass::Logical: base = "|b1"; break;
-    case ndclass::Int8: base = "|i1"; break;
-    case ndclass::UInt8: base = "|u1"; break;
-    case ndclass::Int16: base = "<i2"; break;
-    case ndclass::UInt16: base = "<u2"; break;
-    case ndclass::Int32: base = "<i4"; break;
-    case ndclass::UInt32: base = "<u4"; break;
-    case ndclass::Int64: base = "<i8"; break;
-    case ndclass::UInt64: base = "<u8"; break;
-    case ndclass::Single: base = ndIsComplex(a) ? "<c8" : "<f4"; break;
-    case ndclass::Double: base = ndIsComplex(a) ? "<c16" : "<f8"; break;
-    default:
-      throw FileError(std::string("arrays of class ") + qzhost::className(cls) + " cannot be written as .npy");
-  }
-  if (ndIsComplex(a) && cls != ndclass::Single && cls != ndclass::Double)
-    return std::string("[('re', '") + base + "'), ('im', '" + base + "')]";
+  bool const complexRecord = ndIsComplex(a) && cls != ndclass::Single && cls != ndclass::Double;
+  qzcall::NumpyType const* t = qzcall::numpyTypeOf(cls, ndIsComplex(a) && !complexRecord);
+  if (!t) throw FileError(std::string("arrays of class ") + qzhost::className(cls) + " cannot be written as .npy");
+  // Single bytes have no byte order; everything wider is written little-endian.
+  std::string const base = (t->partBytes == 1 && !t->complex ? "|" : "<") + std::string(t->code);
+  if (complexRecord) return "[('re', '" + base + "'), ('im', '" + base + "')]";
   return base;
 }
 

@@ -39,7 +39,7 @@ void launchRgb2Gray(T const* input, std::size_t pixels, T* output, bool planar) 
   runParallel(tbb::blocked_range<std::size_t>(0, pixels), body);
 }
 
-#define QZ_INSTANTIATE_RGB2GRAY(T)      \
+#define QZ_INSTANTIATE_RGB2GRAY(T, C)  \
   template struct convertrgb2gray<T>; \
   template void launchRgb2Gray<T>(T const*, std::size_t, T*, bool);
 QZ_FOR_EACH_NUMERIC_TYPE(QZ_INSTANTIATE_RGB2GRAY)
@@ -67,16 +67,10 @@ void _rgb2gray(int, OutputSlot* outputs, int, ndArray_tag const** inputs) {
   outputs[0] = matrix::detail::do_create_uninitnumeric({dims, dims + 2}, cls, ndREAL);
   ndArray_tag* out = outputs[0].get();
   switch (cls) {
-    case ndclass::Double: launchOn<double>(a, out, pixels); break;
-    case ndclass::Single: launchOn<float>(a, out, pixels); break;
-    case ndclass::Int8: launchOn<std::int8_t>(a, out, pixels); break;
-    case ndclass::UInt8: launchOn<std::uint8_t>(a, out, pixels); break;
-    case ndclass::Int16: launchOn<std::int16_t>(a, out, pixels); break;
-    case ndclass::UInt16: launchOn<std::uint16_t>(a, out, pixels); break;
-    case ndclass::Int32: launchOn<std::int32_t>(a, out, pixels); break;
-    case ndclass::UInt32: launchOn<std::uint32_t>(a, out, pixels); break;
-    case ndclass::Int64: launchOn<std::int64_t>(a, out, pixels); break;
-    case ndclass::UInt64: launchOn<std::uint64_t>(a, out, pixels); break;
+#define QZ_GRAY_CASE(T, C) \
+  case ndclass::C: launchOn<T>(a, out, pixels); break;
+    QZ_FOR_EACH_NUMERIC_TYPE(QZ_GRAY_CASE)
+#undef QZ_GRAY_CASE
     default: break;  // outside the numeric classes the output stays as created
   }
 }

@@ -6,6 +6,8 @@
 
 #include <tbb/blocked_range.h>
 
+#include "common/numeric_types.hpp"
+
 namespace qz {
 
 // The luminance weights; added as red + green, then + blue, they sum to
@@ -50,22 +52,10 @@ void rgb2grayLine(T const* input, std::size_t pixels, bool clamp, T* output, boo
 template <class T>
 void launchRgb2Gray(T const* input, std::size_t pixels, T* output, bool planar);
 
-#define QZ_FOR_EACH_NUMERIC_TYPE(X) \
-  X(double)                        \
-  X(float)                         \
-  X(std::int8_t)                   \
-  X(std::uint8_t)                  \
-  X(std::int16_t)                  \
-  X(std::uint16_t)                 \
-  X(std::int32_t)                  \
-  X(std::uint32_t)                 \
-  X(std::int64_t)                  \
-  X(std::uint64_t)
-
-#define QZ_DECLARE_RGB2GRAY(T)                  \
-  extern template struct convertrgb2gray<T>;   \
+#define QZ_DECLARE_RGB2GRAY(T, C)                                          \
+  extern template struct convertrgb2gray<T>;                               \
   extern template void launchRgb2Gray<T>(T const*, std::size_t, T*, bool); \
-  template <>                                                                \
+  template <>                                                              \
   void rgb2grayLine<T>(T const*, std::size_t, bool, T*, bool, std::size_t, std::size_t);
 QZ_FOR_EACH_NUMERIC_TYPE(QZ_DECLARE_RGB2GRAY)
 #undef QZ_DECLARE_RGB2GRAY

@@ -85,18 +85,11 @@ void GrayKernel(std::uint8_t const* in, std::size_t p, std::uint8_t* out, bool p
 
 }  // namespace
 
-#define QZ_GRAY_LINE(name, T)                                                                            \
-  void name(T const* in, std::size_t p, T* out, bool planar, std::size_t b, std::size_t e) {             \
+#define QZ_GRAY_LINE(T, C)                                                                               \
+  void GrayLine##C(T const* in, std::size_t p, T* out, bool planar, std::size_t b, std::size_t e) {      \
     GrayKernel(in, p, out, planar, b, e);                                                                \
   }
-QZ_GRAY_LINE(GrayLineF64, double)
-QZ_GRAY_LINE(GrayLineF32, float)
-QZ_GRAY_LINE(GrayLineI8, std::int8_t)
-QZ_GRAY_LINE(GrayLineU8, std::uint8_t)
-QZ_GRAY_LINE(GrayLineI16, std::int16_t)
-QZ_GRAY_LINE(GrayLineU16, std::uint16_t)
-QZ_GRAY_LINE(GrayLineI32, std::int32_t)
-QZ_GRAY_LINE(GrayLineU32, std::uint32_t)
+QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_GRAY_LINE)
 #undef QZ_GRAY_LINE
 
 }  // namespace HWY_NAMESPACE
@@ -106,37 +99,29 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace qz {
 
-#define QZ_GRAY_DISPATCH(name, T)                                                                       \
-  HWY_EXPORT(name);                                                                                    \
+#define QZ_GRAY_DISPATCH(T, C)                                                                           \
+  HWY_EXPORT(GrayLine##C);                                                                              \
   template <>                                                                                          \
   void rgb2grayLine<T>(T const* input, std::size_t pixels, bool clamp, T* output, bool planar,         \
                        std::size_t begin, std::size_t end) {                                          \
     if (clamp == std::is_floating_point_v<T>)                                                          \
-      HWY_DYNAMIC_DISPATCH(name)(input, pixels, output, planar, begin, end);                           \
+      HWY_DYNAMIC_DISPATCH(GrayLine##C)(input, pixels, output, planar, begin, end);                     \
     else                                                                                               \
       grayrule::line(input, pixels, clamp, output, planar, begin, end);                                \
   }
-QZ_GRAY_DISPATCH(GrayLineF64, double)
-QZ_GRAY_DISPATCH(GrayLineF32, float)
-QZ_GRAY_DISPATCH(GrayLineI8, std::int8_t)
-QZ_GRAY_DISPATCH(GrayLineU8, std::uint8_t)
-QZ_GRAY_DISPATCH(GrayLineI16, std::int16_t)
-QZ_GRAY_DISPATCH(GrayLineU16, std::uint16_t)
-QZ_GRAY_DISPATCH(GrayLineI32, std::int32_t)
-QZ_GRAY_DISPATCH(GrayLineU32, std::uint32_t)
+QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_GRAY_DISPATCH)
 #undef QZ_GRAY_DISPATCH
 
 // No vector form: the plain rule.
-template <>
-void rgb2grayLine<std::int64_t>(std::int64_t const* input, std::size_t pixels, bool clamp, std::int64_t* output,
-                                bool planar, std::size_t begin, std::size_t end) {
-  grayrule::line(input, pixels, clamp, output, planar, begin, end);
-}
-template <>
-void rgb2grayLine<std::uint64_t>(std::uint64_t const* input, std::size_t pixels, bool clamp,
-                                 std::uint64_t* output, bool planar, std::size_t begin, std::size_t end) {
-  grayrule::line(input, pixels, clamp, output, planar, begin, end);
-}
+#define QZ_GRAY_PLAIN(T)                                                                                \
+  template <>                                                                                          \
+  void rgb2grayLine<T>(T const* input, std::size_t pixels, bool clamp, T* output, bool planar,         \
+                       std::size_t begin, std::size_t end) {                                          \
+    grayrule::line(input, pixels, clamp, output, planar, begin, end);                                  \
+  }
+QZ_GRAY_PLAIN(std::int64_t)
+QZ_GRAY_PLAIN(std::uint64_t)
+#undef QZ_GRAY_PLAIN
 
 }  // namespace qz
 #endif  // HWY_ONCE

@@ -53,7 +53,7 @@ HsvReciprocalTables const& hsvReciprocalTables();
 // channels as planes of `pixels` elements (red, green, blue in; hue,
 // saturation, value out); interleaved data holds triples.  Channels are
 // divided by `scale` first.  The double and single forms (In == Out) also
-// handle NaN channels; see rgb2hsv.cpp for how hue is carried over.
+// handle NaN channels; see rgb2hsv_rule.hpp for how hue is carried over.
 template <class In, class Out>
 struct convertrgb2hsv {
   In const* input;

@@ -116,7 +116,7 @@ void store(T* out, std::size_t pixels, bool planar, std::size_t i, Hsv<T> const&
 }
 
 // Pixels [b, e) one at a time.  runningHue is the hue the body call
-// computed last before b (0 when b opens the call); see pixelOfNaN.
+// computed last before b (0 when b opens the call); see hsvOfNaN.
 template <class In, class Out>
 void line(In const* __restrict input, std::size_t p, Out scale, Out* __restrict output, bool planar, std::size_t b,
           std::size_t e, Out runningHue) {

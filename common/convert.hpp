@@ -1,9 +1,13 @@
 #pragma once
-// Rounding and saturation of double results into element types.  Every
-// kernel converts through these; none casts a double to an integer type
-// directly, so NaN and out-of-range values can never reach an undefined
-// conversion.  Where built-ins deliberately differ (NaN results, the order of
-// saturation and rounding, 64-bit wrap-around), each rule has its own name.
+// Rounding and saturation of double results into element types.  The plain
+// per-element rules convert through these, so NaN and out-of-range values
+// never reach an undefined conversion.  The one direct cast outside this
+// file is the rgb2gray byte path (rgb2gray_rule.hpp), whose table sum always
+// lies in [0, 255.5].  The vector kernels (*_hwy.cpp) use the processor's
+// truncating conversions in lanes, but only on values they have already
+// saturated (and NaN already replaced), so they store what these rules store.
+// Where built-ins deliberately differ (NaN results, the order of saturation
+// and rounding, 64-bit wrap-around), each rule has its own name.
 
 #include <cmath>
 #include <complex>

@@ -101,12 +101,6 @@ char const* nameOf(qzhost::Gateway fn) {
   return nullptr;
 }
 
-std::vector<std::string> builtinNames() {
-  std::vector<std::string> out;
-  for (auto const& e : kBuiltins) out.emplace_back(e.name);
-  return out;
-}
-
 void checkColourCount(double k) {
   if (!(k >= 1 && k <= 65536 && k == std::floor(k))) {
     std::ostringstream s;

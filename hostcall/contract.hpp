@@ -16,7 +16,6 @@ namespace qzcall {
 // The gateway of a built-in by name, or null.
 qzhost::Gateway gatewayByName(std::string const& name);
 char const* nameOf(qzhost::Gateway fn);
-std::vector<std::string> builtinNames();
 
 struct ContractError : std::invalid_argument {
   using std::invalid_argument::invalid_argument;

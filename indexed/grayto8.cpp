@@ -16,6 +16,17 @@ std::size_t countStoredElements(ndArray_tag const* a) {
   return ndGetNumberOfElements(a);
 }
 
+// Raises the first failing check; a complex image only draws a warning, and
+// the conversion goes on with its real parts.
+void checkInputs(int numInputs, ndArray_tag const** inputs) {
+  namespace grayto8 = ORRERY::images::grayto8;
+  if (numInputs <= 0) ndErrMsgId(grayto8::tooFewInputs());
+  if (numInputs > 1) ndErrMsgId(grayto8::tooManyInputs());
+  ndClassID const cls = ndGetClassID(inputs[0]);
+  if (cls != ndclass::Double && cls != ndclass::Single && cls != ndclass::UInt16) ndErrMsgId(grayto8::invalidType());
+  if (ndIsComplex(inputs[0])) ndWarningMsgId(grayto8::ignoringImaginaryPartOfInput());
+}
+
 // The conversions themselves are in grayto8_hwy.cpp (vector lanes, one copy
 // per instruction set); the per-value rules are those of common/convert.hpp.
 
@@ -25,18 +36,6 @@ namespace pximages {
 
 namespace {
 
-namespace msg = ORRERY::images::grayto8;
-
-// Raises the first failing check; a complex image only draws a warning, and
-// the conversion goes on with its real parts.
-void checkInputs(int numInputs, ndArray_tag const** inputs) {
-  if (numInputs <= 0) ndErrMsgId(msg::tooFewInputs());
-  if (numInputs > 1) ndErrMsgId(msg::tooManyInputs());
-  ndClassID const cls = ndGetClassID(inputs[0]);
-  if (cls != ndclass::Double && cls != ndclass::Single && cls != ndclass::UInt16) ndErrMsgId(msg::invalidType());
-  if (ndIsComplex(inputs[0])) ndWarningMsgId(msg::ignoringImaginaryPartOfInput());
-}
-
 template <class T>
 void convertAs(ndArray_tag const* in, std::size_t count, std::size_t stride, std::uint8_t* out) {
   qz::convertGrayToBytes(static_cast<T const*>(ndGetData(in)), count, stride, out);
@@ -45,7 +44,7 @@ void convertAs(ndArray_tag const* in, std::size_t count, std::size_t stride, std
 }  // namespace
 
 void _grayto8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
-  checkInputs(numInputs, inputs);
+  qz::checkInputs(numInputs, inputs);
   ndArray_tag const* in = inputs[0];
   in->complete_opaque_dimensions();
   std::size_t const* dims = ndGetDimensions(in);

@@ -9,6 +9,10 @@
 
 namespace qz {
 
+// The gateway's checks in order: raises the first failure, or issues the
+// warning for a complex image and returns.
+void checkInputs(int numInputs, ndArray_tag const** inputs);
+
 // The number of values an array stores: for a sparse array its column-start
 // entry at index N (the second dimension), otherwise every element.
 // Dimensions must be complete.

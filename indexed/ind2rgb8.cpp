@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "common/convert.hpp"
+#include "common/scratch.hpp"
 #include "gateway/errors.hpp"
 #include "gateway/message_ids.hpp"
 #include "ndarray/ndarray.hpp"
@@ -82,32 +83,41 @@ QZ_FOR_EACH_INDEX_TYPE(QZ_INSTANTIATE_LOOKUP)
 
 }  // namespace qz
 
-namespace pximages {
+namespace qz {
 
 namespace {
-
-namespace msg = ORRERY::images::ind2rgb8;
 
 bool isIndexClass(ndClassID c) {
   return c == ndclass::Double || c == ndclass::UInt8 || c == ndclass::UInt16 || c == ndclass::UInt32;
 }
 
+}  // namespace
+
 // Raises the first failing check.  The map's shape is checked before its
 // class, so a K-by-4 map of any class reports its size.
 void validateInputs(int numInputs, ndArray_tag const** inputs) {
-  if (numInputs != 2) ndErrMsgId(msg::wrongNumInputs());
+  namespace ind2rgb8 = ORRERY::images::ind2rgb8;
+  if (numInputs != 2) ndErrMsgId(ind2rgb8::wrongNumInputs());
   ndArray_tag const* x = inputs[0];
   ndArray_tag const* map = inputs[1];
-  if (!isIndexClass(ndGetClassID(x))) ndErrMsgId(msg::invalidInputType());
+  if (!isIndexClass(ndGetClassID(x))) ndErrMsgId(ind2rgb8::invalidInputType());
   x->complete_opaque_dimensions();
-  if (ndGetNumberOfDimensions(x) != 2) ndErrMsgId(msg::inputNot2D());
-  if (ndIsSparse(x)) ndErrMsgId(msg::sparseInput());
+  if (ndGetNumberOfDimensions(x) != 2) ndErrMsgId(ind2rgb8::inputNot2D());
+  if (ndIsSparse(x)) ndErrMsgId(ind2rgb8::sparseInput());
   map->complete_opaque_dimensions();
-  if (ndGetNumberOfDimensions(map) != 2 || ndGetN(map) != 3) ndErrMsgId(msg::invalidMapSize());
-  if (ndGetClassID(map) != ndclass::Double) ndErrMsgId(msg::invalidMapType());
-  if (ndIsSparse(map)) ndErrMsgId(msg::sparseMap());
-  if (ndGetDimensions(map)[0] == 0) ndErrMsgId(msg::emptyMap());
+  if (ndGetNumberOfDimensions(map) != 2 || ndGetN(map) != 3) ndErrMsgId(ind2rgb8::invalidMapSize());
+  if (ndGetClassID(map) != ndclass::Double) ndErrMsgId(ind2rgb8::invalidMapType());
+  if (ndIsSparse(map)) ndErrMsgId(ind2rgb8::sparseMap());
+  if (ndGetDimensions(map)[0] == 0) ndErrMsgId(ind2rgb8::emptyMap());
 }
+
+}  // namespace qz
+
+namespace pximages {
+
+namespace {
+
+namespace msg = ORRERY::images::ind2rgb8;
 
 // X and the map are read from the start of their data as if real: for a
 // complex array the interleaved parts count as consecutive elements.
@@ -119,7 +129,7 @@ void lookUpAs(ndArray_tag const* x, std::size_t m, std::size_t n, ndArray_tag* o
 }  // namespace
 
 void _ind2rgb8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inputs) {
-  validateInputs(numInputs, inputs);
+  qz::validateInputs(numInputs, inputs);
   ndArray_tag const* x = inputs[0];
   ndArray_tag const* map = inputs[1];
   std::size_t const m = ndGetDimensions(x)[0];
@@ -129,26 +139,24 @@ void _ind2rgb8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inpu
   ndArray_tag* out = outputs[0].get();
 
   std::uint64_t const k = ndGetDimensions(map)[0];
-  auto* red = static_cast<std::uint8_t*>(ndMalloc(k));
-  auto* green = static_cast<std::uint8_t*>(ndMalloc(k));
-  auto* blue = static_cast<std::uint8_t*>(ndMalloc(k));
+  using qz::ScratchArray;
+  using qz::ScratchFill;
+  ScratchArray<std::uint8_t> const red(k, ScratchFill::Uninitialised), green(k, ScratchFill::Uninitialised),
+      blue(k, ScratchFill::Uninitialised);
   double const* column = static_cast<double const*>(ndGetData(map));
-  qz::convertMapColumn(column, k, red);
-  qz::convertMapColumn(column + k, k, green);
-  qz::convertMapColumn(column + 2 * k, k, blue);
-  qz::ColourTables const tables{red, green, blue, k};
+  qz::convertMapColumn(column, k, red.get());
+  qz::convertMapColumn(column + k, k, green.get());
+  qz::convertMapColumn(column + 2 * k, k, blue.get());
+  qz::ColourTables const tables{red.get(), green.get(), blue.get(), k};
 
   switch (ndGetClassID(x)) {
     case ndclass::Double: lookUpAs<double>(x, m, n, out, tables); break;
     case ndclass::UInt8: lookUpAs<std::uint8_t>(x, m, n, out, tables); break;
     case ndclass::UInt16: lookUpAs<std::uint16_t>(x, m, n, out, tables); break;
     case ndclass::UInt32: lookUpAs<std::uint32_t>(x, m, n, out, tables); break;
-    // Unreachable after validation; the host reclaims the tables on this path.
+    // Unreachable after the checks; the tables' owners give them back.
     default: ndErrMsgId(msg::unexpectedType());
   }
-  ndFree(red);
-  ndFree(green);
-  ndFree(blue);
 }
 
 }  // namespace pximages

@@ -10,9 +10,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "ndarray/ndarray.hpp"
 #include "parallel/raster.hpp"
 
 namespace qz {
+
+// The gateway's checks in order: raises the first failure, returns when all
+// pass.
+void validateInputs(int numInputs, ndArray_tag const** inputs);
 
 // Minimum elements per piece of either member of the range pair.
 inline constexpr std::size_t kLookupGrain = 10000;

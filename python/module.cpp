@@ -20,8 +20,10 @@
 
 #include "color/rgb2gray.hpp"
 #include "color/rgb2hsv.hpp"
+#include "common/numeric_types.hpp"
 #include "contract.hpp"
 #include "dither.hpp"
+#include "dtypes.hpp"
 #include "filters.hpp"
 #include "qzhost/runtime.hpp"
 #include "qzimages/qzimages.hpp"
@@ -68,31 +70,9 @@ struct ClassOf {
   bool complex;
 };
 
-std::optional<ndClassID> integerClass(char kind, py::ssize_t size) {
-  if (kind == 'i') {
-    switch (size) {
-      case 1:
-        return ndclass::Int8;
-      case 2:
-        return ndclass::Int16;
-      case 4:
-        return ndclass::Int32;
-      case 8:
-        return ndclass::Int64;
-    }
-  } else if (kind == 'u') {
-    switch (size) {
-      case 1:
-        return ndclass::UInt8;
-      case 2:
-        return ndclass::UInt16;
-      case 4:
-        return ndclass::UInt32;
-      case 8:
-        return ndclass::UInt64;
-    }
-  }
-  return std::nullopt;
+// The NumPy type of a kind letter and item size: "f" and 8 make "f8".
+qzcall::NumpyType const* typeOf(char kind, py::ssize_t size) {
+  return qzcall::numpyTypeByCode(kind + std::to_string(size));
 }
 
 // A structured dtype of exactly two fields of one integer type, in order and
@@ -107,72 +87,35 @@ std::optional<ndClassID> complexIntegerClass(py::dtype const& dt) {
   if (re[1].cast<py::ssize_t>() != 0 || im[1].cast<py::ssize_t>() != reType.itemsize() ||
       dt.itemsize() != 2 * reType.itemsize() || reType.attr("byteorder").cast<std::string>() == ">")
     return std::nullopt;
-  return integerClass(reType.kind(), reType.itemsize());
+  if (reType.kind() != 'i' && reType.kind() != 'u') return std::nullopt;
+  if (auto const* t = typeOf(reType.kind(), reType.itemsize())) return t->cls;
+  return std::nullopt;
 }
 
 std::string dtypeName(py::dtype const& dt) { return py::str(py::handle(dt)).cast<std::string>(); }
 
 std::optional<ClassOf> classOf(py::dtype const& dt) {
   char kind = dt.kind();
-  py::ssize_t size = dt.itemsize();
-  if (kind == 'f' && size == 8) return ClassOf{ndclass::Double, false};
-  if (kind == 'f' && size == 4) return ClassOf{ndclass::Single, false};
-  if (kind == 'c' && size == 16) return ClassOf{ndclass::Double, true};
-  if (kind == 'c' && size == 8) return ClassOf{ndclass::Single, true};
-  if (kind == 'b') return ClassOf{ndclass::Logical, false};
-  if (auto c = integerClass(kind, size)) return ClassOf{*c, false};
   if (kind == 'V')
     if (auto c = complexIntegerClass(dt)) return ClassOf{*c, true};
+  if (auto const* t = typeOf(kind, dt.itemsize())) return ClassOf{t->cls, t->complex};
   return std::nullopt;
 }
 
 py::dtype dtypeOf(ndClassID cls, bool complex) {
-  char const* base = nullptr;
-  switch (cls) {
-    case ndclass::Double:
-      base = complex ? "c16" : "f8";
-      break;
-    case ndclass::Single:
-      base = complex ? "c8" : "f4";
-      break;
-    case ndclass::Logical:
-      base = "?";
-      break;
-    case ndclass::Int8:
-      base = "i1";
-      break;
-    case ndclass::UInt8:
-      base = "u1";
-      break;
-    case ndclass::Int16:
-      base = "i2";
-      break;
-    case ndclass::UInt16:
-      base = "u2";
-      break;
-    case ndclass::Int32:
-      base = "i4";
-      break;
-    case ndclass::UInt32:
-      base = "u4";
-      break;
-    case ndclass::Int64:
-      base = "i8";
-      break;
-    case ndclass::UInt64:
-      base = "u8";
-      break;
-    default:
-      throw std::runtime_error(std::string("a built-in returned an array of class ") + qzhost::className(cls) +
-                               ", which NumPy cannot hold");
-  }
-  if (complex && cls != ndclass::Double && cls != ndclass::Single) {
+  bool const record = complex && cls != ndclass::Double && cls != ndclass::Single;
+  qzcall::NumpyType const* t = qzcall::numpyTypeOf(cls, complex && !record);
+  if (!t)
+    throw std::runtime_error(std::string("a built-in returned an array of class ") + qzhost::className(cls) +
+                             ", which NumPy cannot hold");
+  std::string const base = std::string("=") + t->code;
+  if (record) {
     py::list fields;
-    fields.append(py::make_tuple("re", std::string("=") + base));
-    fields.append(py::make_tuple("im", std::string("=") + base));
+    fields.append(py::make_tuple("re", base));
+    fields.append(py::make_tuple("im", base));
     return py::dtype::from_args(fields);
   }
-  return py::dtype(std::string("=") + base);
+  return py::dtype(base);
 }
 
 // ---- NumPy -> host ---------------------------------------------------------------
@@ -347,8 +290,8 @@ py::array rgb2gray(py::handle obj) {
     {
       py::gil_scoped_release nogil;
       switch (c.cls) {
-#define QZ_GRAY_CASE(T)                   \
-  case ndClassOf<T>::value:               \
+#define QZ_GRAY_CASE(T, C)                \
+  case ndclass::C:                        \
     grayInterleaved<T>(src, pixels, dst); \
     break;
         QZ_FOR_EACH_NUMERIC_TYPE(QZ_GRAY_CASE)

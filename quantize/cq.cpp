@@ -5,11 +5,11 @@
 #include <utility>
 
 #include "common/convert.hpp"
+#include "common/scratch.hpp"
 #include "gateway/errors.hpp"
 #include "gateway/message_ids.hpp"
-#include "qzimages/qzimages.hpp"
 #include "quantize/quantize.hpp"
-#include "quantize/scratch.hpp"
+#include "qzimages/qzimages.hpp"
 
 namespace qz {
 

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/scratch.hpp"
 #include "gateway/errors.hpp"
 #include "gateway/message_ids.hpp"
-#include "quantize/scratch.hpp"
 
 namespace qz {
 namespace {
@@ -128,6 +128,17 @@ void buildColorHistogram(MomentTables& m, std::uint8_t const* red, std::uint8_t 
   for (std::size_t c = 0; c < static_cast<std::size_t>(kCellCount); ++c) m.squares[c] = cell[c].squares;
 }
 
+// One cell of one table: the sum along b so far (line), the sum over the
+// g-b rectangle so far (area), then the prefix sum over r from the cell
+// below.  The tables are independent, so doing them one after another per
+// cell keeps each table's order of additions.
+template <class V>
+void accumulateCell(V* table, std::size_t cell, std::size_t below, V& line, V& area) {
+  line += table[cell];
+  area += line;
+  table[cell] = table[below] + area;
+}
+
 void accumulateMoments(MomentTables& m) {
   for (std::int32_t r = 1; r <= kTopCell; ++r) {
     std::int64_t areaW[kCellSide] = {}, areaR[kCellSide] = {}, areaG[kCellSide] = {}, areaB[kCellSide] = {};
@@ -137,21 +148,11 @@ void accumulateMoments(MomentTables& m) {
       float lineS = 0.0f;
       for (std::int32_t b = 1; b <= kTopCell; ++b) {
         std::size_t const cell = at(r, g, b), below = cell - kCellPlane;
-        lineW += m.weight[cell];
-        areaW[b] += lineW;
-        m.weight[cell] = m.weight[below] + areaW[b];
-        lineR += m.red[cell];
-        areaR[b] += lineR;
-        m.red[cell] = m.red[below] + areaR[b];
-        lineG += m.green[cell];
-        areaG[b] += lineG;
-        m.green[cell] = m.green[below] + areaG[b];
-        lineB += m.blue[cell];
-        areaB[b] += lineB;
-        m.blue[cell] = m.blue[below] + areaB[b];
-        lineS += m.squares[cell];
-        areaS[b] += lineS;
-        m.squares[cell] = m.squares[below] + areaS[b];
+        accumulateCell(m.weight, cell, below, lineW, areaW[b]);
+        accumulateCell(m.red, cell, below, lineR, areaR[b]);
+        accumulateCell(m.green, cell, below, lineG, areaG[b]);
+        accumulateCell(m.blue, cell, below, lineB, areaB[b]);
+        accumulateCell(m.squares, cell, below, lineS, areaS[b]);
       }
     }
   }

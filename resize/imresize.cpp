@@ -9,6 +9,8 @@
 #include <cstdint>
 
 #include "common/convert.hpp"
+#include "common/numeric_types.hpp"
+#include "common/scratch.hpp"
 #include "gateway/errors.hpp"
 #include "gateway/message_ids.hpp"
 #include "ndarray/ndarray.hpp"
@@ -91,20 +93,16 @@ void _imresize(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inpu
                                                        isComplex ? ndCOMPLEX : ndREAL);
 
   std::size_t const count = ndGetNumberOfElements(indices);
-  auto* offsets = static_cast<std::size_t*>(ndMalloc(count * sizeof(std::size_t)));
-  qz::buildResizeOffsets(static_cast<double const*>(ndGetData(indices)), count, dim, m, offsets);
+  qz::ScratchArray<std::size_t> const offsets(count, qz::ScratchFill::Uninitialised);
+  qz::buildResizeOffsets(static_cast<double const*>(ndGetData(indices)), count, dim, m, offsets.get());
 
-  qz::ResizeArgs const args{image,     outputs[0].get(), m,   n,  p, outLength, taps, offsets,
+  qz::ResizeArgs const args{image,     outputs[0].get(), m,   n,  p, outLength, taps, offsets.get(),
                             static_cast<double const*>(ndGetData(weights)), dim, isComplex};
   switch (cls) {
-    case ndclass::Double: qz::dispatchResize<double>(args); break;
-    case ndclass::Single: qz::dispatchResize<float>(args); break;
-    case ndclass::UInt8: qz::dispatchResize<unsigned char>(args); break;
-    case ndclass::UInt16: qz::dispatchResize<unsigned short>(args); break;
-    case ndclass::UInt32: qz::dispatchResize<unsigned int>(args); break;
-    case ndclass::Int8: qz::dispatchResize<signed char>(args); break;
-    case ndclass::Int16: qz::dispatchResize<short>(args); break;
-    case ndclass::Int32: qz::dispatchResize<int>(args); break;
+#define QZ_RESIZE_CASE(T, C) \
+  case ndclass::C: qz::dispatchResize<T>(args); break;
+    QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_RESIZE_CASE)
+#undef QZ_RESIZE_CASE
     case ndclass::Logical:
       // Logical arrays are real: the byte kernels, whatever the complexity.
       if (dim == 1)
@@ -113,11 +111,10 @@ void _imresize(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inpu
         qz::launchResizeRows<qz::ResizeRows<unsigned char, unsigned char>>(args);
       break;
     default:
-      // The output already sits in its slot; the offset table is left to the
-      // host, which reclaims a raising call's scratch memory.
+      // The output already sits in its slot, and the offset table's owner
+      // gives it back as the error leaves.
       ndErrMsgId(ORRERY::images::resizeDim::invalidInputClass());
   }
-  ndFree(offsets);
 }
 
 }  // namespace pximages

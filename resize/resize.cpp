@@ -192,17 +192,8 @@ void dispatchResize(ResizeArgs const& a) {
   }
 }
 
-#define QZ_INSTANTIATE_RESIZE(E)                                                                              \
-  template struct ResizeCols<E, E>;                                                                           \
-  template struct ResizeRows<E, E>;                                                                           \
-  template struct ResizeColsComplex<std::complex<E> const, std::complex<E>>;                                  \
-  template struct ResizeRowsComplex<std::complex<E> const, std::complex<E>>;                                  \
-  template void launchResizeCols<ResizeCols<E, E>>(ResizeArgs const&);                                        \
-  template void launchResizeRows<ResizeRows<E, E>>(ResizeArgs const&);                                        \
-  template void launchResizeCols<ResizeColsComplex<std::complex<E> const, std::complex<E>>>(ResizeArgs const&); \
-  template void launchResizeRows<ResizeRowsComplex<std::complex<E> const, std::complex<E>>>(ResizeArgs const&); \
-  template void dispatchResize<E>(ResizeArgs const&);
-QZ_FOR_EACH_RESIZE_TYPE(QZ_INSTANTIATE_RESIZE)
+#define QZ_INSTANTIATE_RESIZE(E, C) QZ_RESIZE_INSTANCES(, E)
+QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_INSTANTIATE_RESIZE)
 #undef QZ_INSTANTIATE_RESIZE
 
 }  // namespace qz

@@ -17,6 +17,7 @@
 
 #include <tbb/blocked_range.h>
 
+#include "common/numeric_types.hpp"
 #include "ndarray/ndarray.hpp"
 
 namespace qz {
@@ -120,29 +121,20 @@ void launchResizeRows(ResizeArgs const& a);
 template <class E>
 void dispatchResize(ResizeArgs const& a);
 
-#define QZ_FOR_EACH_RESIZE_TYPE(X) \
-  X(double)                        \
-  X(float)                         \
-  X(unsigned char)                 \
-  X(unsigned short)                \
-  X(unsigned int)                  \
-  X(signed char)                   \
-  X(short)                         \
-  X(int)
-
-#define QZ_DECLARE_RESIZE(E)                                                                      \
-  extern template struct ResizeCols<E, E>;                                                        \
-  extern template struct ResizeRows<E, E>;                                                        \
-  extern template struct ResizeColsComplex<std::complex<E> const, std::complex<E>>;               \
-  extern template struct ResizeRowsComplex<std::complex<E> const, std::complex<E>>;               \
-  extern template void launchResizeCols<ResizeCols<E, E>>(ResizeArgs const&);                     \
-  extern template void launchResizeRows<ResizeRows<E, E>>(ResizeArgs const&);                     \
-  extern template void launchResizeCols<ResizeColsComplex<std::complex<E> const, std::complex<E>>>( \
-      ResizeArgs const&);                                                                         \
-  extern template void launchResizeRows<ResizeRowsComplex<std::complex<E> const, std::complex<E>>>( \
-      ResizeArgs const&);                                                                         \
-  extern template void dispatchResize<E>(ResizeArgs const&);
-QZ_FOR_EACH_RESIZE_TYPE(QZ_DECLARE_RESIZE)
+// The 32 kernel instances (four functors, eight element types) and their
+// launchers: declared here (EXTERN is extern) and defined in resize.cpp
+// (EXTERN empty).
+#define QZ_RESIZE_KERNELS(EXTERN, Cols, Rows, In, Out)                  \
+  EXTERN template struct Cols<In, Out>;                                  \
+  EXTERN template struct Rows<In, Out>;                                  \
+  EXTERN template void launchResizeCols<Cols<In, Out>>(ResizeArgs const&); \
+  EXTERN template void launchResizeRows<Rows<In, Out>>(ResizeArgs const&);
+#define QZ_RESIZE_INSTANCES(EXTERN, E)                                                              \
+  QZ_RESIZE_KERNELS(EXTERN, ResizeCols, ResizeRows, E, E)                                           \
+  QZ_RESIZE_KERNELS(EXTERN, ResizeColsComplex, ResizeRowsComplex, std::complex<E> const, std::complex<E>) \
+  EXTERN template void dispatchResize<E>(ResizeArgs const&);
+#define QZ_DECLARE_RESIZE(E, C) QZ_RESIZE_INSTANCES(extern, E)
+QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_DECLARE_RESIZE)
 #undef QZ_DECLARE_RESIZE
 
 }  // namespace qz

@@ -306,14 +306,7 @@ void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
                               std::size_t planes, std::size_t first, std::size_t last) {                       \
     RowColumnsNarrow(src, dst, weights, offsets, rows, srcCols, dstCols, taps, planes, first, last);           \
   }
-QZ_RESIZE_LANES(double, F64)
-QZ_RESIZE_LANES(float, F32)
-QZ_RESIZE_LANES(unsigned char, U8)
-QZ_RESIZE_LANES(unsigned short, U16)
-QZ_RESIZE_LANES(unsigned int, U32)
-QZ_RESIZE_LANES(signed char, I8)
-QZ_RESIZE_LANES(short, I16)
-QZ_RESIZE_LANES(int, I32)
+QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_RESIZE_LANES)
 #undef QZ_RESIZE_LANES
 
 }  // namespace HWY_NAMESPACE
@@ -345,14 +338,7 @@ namespace qz {
                             std::size_t last) {                                                                \
     HWY_DYNAMIC_DISPATCH(ColumnItems##Name)(src, dst, weights, offsets, srcRows, dstRows, taps, first, last);  \
   }
-QZ_RESIZE_DISPATCH(double, F64)
-QZ_RESIZE_DISPATCH(float, F32)
-QZ_RESIZE_DISPATCH(unsigned char, U8)
-QZ_RESIZE_DISPATCH(unsigned short, U16)
-QZ_RESIZE_DISPATCH(unsigned int, U32)
-QZ_RESIZE_DISPATCH(signed char, I8)
-QZ_RESIZE_DISPATCH(short, I16)
-QZ_RESIZE_DISPATCH(int, I32)
+QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_RESIZE_DISPATCH)
 #undef QZ_RESIZE_DISPATCH
 
 }  // namespace qz

@@ -8,6 +8,8 @@
 
 #include <cstddef>
 
+#include "common/numeric_types.hpp"
+
 namespace qz {
 
 // Rows [0, rows) of one output column of the row kernel: out[r] is the sum
@@ -34,7 +36,7 @@ void resizeColumnItems(E const* src, E* dst, double const* weights, std::size_t 
                        std::size_t srcRows, std::size_t dstRows, std::size_t taps, std::size_t first,
                        std::size_t last);
 
-#define QZ_DECLARE_RESIZE_LANES(E)                                                                          \
+#define QZ_DECLARE_RESIZE_LANES(E, C)                                                                       \
   template <>                                                                                              \
   void resizeRowColumn<E>(E const*, std::size_t, double const*, std::size_t const*, std::size_t, std::size_t, \
                           E*, std::size_t);                                                                \
@@ -44,14 +46,7 @@ void resizeColumnItems(E const* src, E* dst, double const* weights, std::size_t 
   template <>                                                                                              \
   void resizeRowColumnsNarrow<E>(E const*, E*, double const*, std::size_t const*, std::size_t, std::size_t, \
                                  std::size_t, std::size_t, std::size_t, std::size_t, std::size_t);
-QZ_DECLARE_RESIZE_LANES(double)
-QZ_DECLARE_RESIZE_LANES(float)
-QZ_DECLARE_RESIZE_LANES(unsigned char)
-QZ_DECLARE_RESIZE_LANES(unsigned short)
-QZ_DECLARE_RESIZE_LANES(unsigned int)
-QZ_DECLARE_RESIZE_LANES(signed char)
-QZ_DECLARE_RESIZE_LANES(short)
-QZ_DECLARE_RESIZE_LANES(int)
+QZ_FOR_EACH_NUMERIC_TYPE_NO_INT64(QZ_DECLARE_RESIZE_LANES)
 #undef QZ_DECLARE_RESIZE_LANES
 
 }  // namespace qz

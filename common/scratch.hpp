@@ -1,8 +1,10 @@
 #pragma once
-// Scratch memory from the host allocator with a single owner.  The owner
-// gives the block back through ndFree when it goes out of scope, on the
-// normal path and while an error unwinds alike, so no path frees by hand and
-// none can free twice (the host reclaims only blocks still outstanding).
+// Scratch memory from the host allocator with a single owner, for the tables
+// a built-in needs only while it runs.  The owner gives the block back
+// through ndFree when it goes out of scope, on the normal path and while an
+// error unwinds alike, so no path frees by hand and none can free twice.  If
+// the host's error call leaves without unwinding, the block is still
+// outstanding and the host reclaims it with the call's other scratch memory.
 
 #include <cstddef>
 #include <cstdint>
