@@ -6,7 +6,6 @@
 #include <memory>
 #include <random>
 
-#include "common/scratch.hpp"
 #include "cq_support.hpp"
 #include "photos.hpp"
 #include "quantize/quantize.hpp"
