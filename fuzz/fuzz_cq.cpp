@@ -47,15 +47,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   return qzfuzz::runInput(kName, data, size, [](FuzzedDataProvider& fdp, qzfuzz::Call& call) {
     int const numOutputs = qzfuzz::drawCount(fdp, -1, 3);
     int const numInputs = qzfuzz::drawCount(fdp, -1, 3);
-    qzfuzz::Shape image, count;
+    qzfuzz::Shape image, count = qzfuzz::doubleScalar();
     image.classes = {ndclass::UInt8};
     image.rank = 3;
     image.last = 3;
     image.maxExtent = 12;
-    count.classes = {ndclass::Double};
-    count.rank = 2;
-    count.last = 1;
-    count.maxExtent = 1;
     for (int k = 0; k < numInputs; ++k) call.addFor(k == 0 ? image : count, 6);
     // Counts near the limits are hard to reach through raw double bytes:
     // often replace a real full count by a drawn whole number.

@@ -95,17 +95,13 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   return qzfuzz::runInput(kName, data, size, [](FuzzedDataProvider& fdp, qzfuzz::Call& call) {
     int const numOutputs = qzfuzz::drawCount(fdp, -1, 2);
     int const numInputs = qzfuzz::drawCount(fdp, -1, 5);
-    qzfuzz::Shape image, weights, dim;
+    qzfuzz::Shape image, weights, dim = qzfuzz::doubleScalar();
     image.classes = {ndclass::Double, ndclass::Single, ndclass::UInt8, ndclass::UInt16, ndclass::UInt32,
                      ndclass::Int8,   ndclass::Int16,  ndclass::Int32, ndclass::Logical, ndclass::Int64};
     image.maxExtent = 5;
     weights.classes = {ndclass::Double};
     weights.rank = 2;
     weights.maxExtent = 5;
-    dim.classes = {ndclass::Double};
-    dim.rank = 2;
-    dim.last = 1;
-    dim.maxExtent = 1;
     for (int k = 0; k < numInputs; ++k) {
       if (k == 2) {
         // Indices of the weights' size when conforming.

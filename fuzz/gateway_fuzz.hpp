@@ -40,6 +40,16 @@ struct Shape {
   std::size_t maxExtent = 6;        // every drawn extent is in 0..maxExtent
 };
 
+// A double scalar argument: 1-by-1, or empty as 0-by-1.
+inline Shape doubleScalar() {
+  Shape s;
+  s.classes = {ndclass::Double};
+  s.rank = 2;
+  s.last = 1;
+  s.maxExtent = 1;
+  return s;
+}
+
 // At most this many entries in a drawn dimension vector: enough for the
 // built-ins' "at most three" and "exactly two" checks to fail.
 inline constexpr std::size_t kMaxRank = 4;
