@@ -1,0 +1,142 @@
+// The resampling kernels' vector paths against the plain rule, under every
+// instruction set compiled in: every element type, weights with NaN,
+// infinities and sums far past the type's range, no taps, short and odd
+// lengths, complex parts (stride 2), and runs that start and end off vector
+// boundaries.  Outputs start as a sentinel, so a write outside the range
+// shows.
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "reference/resize_reference.hpp"
+#include "resize/resize_lanes.hpp"
+#include "resize_support.hpp"
+#include "targets.hpp"
+
+namespace {
+
+using Range = std::pair<std::size_t, std::size_t>;
+
+template <class E>
+std::vector<E> sources(std::mt19937_64& rng, std::size_t n) {
+  using L = std::numeric_limits<E>;
+  std::vector<E> v(n);
+  for (auto& x : v)
+    if constexpr (std::is_floating_point_v<E>)
+      x = rng() % 8 == 0 ? L::max() : static_cast<E>(std::uniform_real_distribution<double>(-300, 300)(rng));
+    else
+      x = rng() % 4 == 0 ? (rng() % 2 ? L::min() : L::max()) : static_cast<E>(rng());
+  return v;
+}
+
+// Weights around 1 with now and then NaN, an infinity, a huge value or a
+// negative zero.
+std::vector<double> weights(std::mt19937_64& rng, std::size_t n) {
+  constexpr double kInf = std::numeric_limits<double>::infinity();
+  double const special[] = {std::numeric_limits<double>::quiet_NaN(), kInf, -kInf, 1e300, -1e300, -0.0, 1e9, -1e9};
+  std::vector<double> w(n);
+  for (auto& x : w) x = rng() % 16 == 0 ? special[rng() % 8] : std::uniform_real_distribution<double>(-0.75, 1.5)(rng);
+  return w;
+}
+
+std::vector<std::size_t> offsets(std::mt19937_64& rng, std::size_t n, std::size_t count, std::size_t step) {
+  std::vector<std::size_t> o(n);
+  for (auto& x : o) x = (rng() % count) * step;
+  return o;
+}
+
+template <class E>
+E plain(E const* src, double const* w, std::size_t const* o, std::size_t scale, std::size_t taps) {
+  double acc = 0.0;
+  for (std::size_t k = 0; k < taps; ++k) acc = acc + static_cast<double>(src[o[k] * scale]) * w[k];
+  return qzref::resizeValue<E>(acc);
+}
+
+// Every element of `out` is want(e) where inside(e), else still the sentinel.
+template <class E, class In, class Want>
+void expectOnly(std::vector<E> const& out, In inside, Want want) {
+  for (std::size_t e = 0; e < out.size(); ++e)
+    ASSERT_TRUE(resizetest::sameValue(out[e], inside(e) ? want(e) : E(77))) << "element " << e;
+}
+
+constexpr std::size_t kTaps[] = {0, 1, 3, 8, 17};
+
+template <class E>
+void checkType() {
+  std::mt19937_64 rng(sizeof(E) * 131 + std::is_signed_v<E>);
+  qztest::forEachTarget([&] {
+    // One output column down its rows, starting on and off vector boundaries.
+    for (std::size_t scale : {1, 2})
+      for (std::size_t rows : {1, 3, 7, 8, 17, 31, 33, 70})
+        for (std::size_t taps : kTaps)
+          for (std::size_t start : {0, 1, 5}) {
+            SCOPED_TRACE(testing::Message() << "column: scale " << scale << " rows " << rows << " taps " << taps);
+            std::size_t const m = start + rows, cols = 9;
+            auto const src = sources<E>(rng, scale * m * cols);
+            auto const w = weights(rng, taps);
+            auto const o = offsets(rng, taps, cols, m);
+            std::vector<E> out(scale * rows + 2, E(77));
+            qz::resizeRowColumn<E>(src.data(), scale * start, w.data(), o.data(), scale, taps, out.data() + 1,
+                                   scale * rows);
+            expectOnly(out, [&](std::size_t e) { return e > 0 && e <= scale * rows; },
+                       [&](std::size_t e) { return plain(src.data() + scale * start + e - 1, w.data(), o.data(), scale, taps); });
+          }
+    // Column items, a tile at a time; the last shape's taps spread over more
+    // rows than a window holds.
+    for (Range shape : {Range{5, 7}, {12, 8}, {40, 17}, {3000, 9}})
+      for (std::size_t taps : kTaps)
+        for (Range run : {Range{0, 21}, {3, 14}, {5, 5}, {1, 2}}) {
+          std::size_t const m = shape.first, len = shape.second, first = run.first, last = run.second;
+          SCOPED_TRACE(testing::Message() << "items: rows " << m << " len " << len << " taps " << taps << " from " << first);
+          auto const src = sources<E>(rng, m * 21);
+          auto const w = weights(rng, taps * len);
+          auto const o = offsets(rng, taps * len, m, 1);
+          std::vector<E> dst(len * 21, E(77));
+          qz::resizeColumnItems<E>(src.data(), dst.data(), w.data(), o.data(), m, len, taps, first, last);
+          expectOnly(dst, [&](std::size_t e) { return e / len >= first && e / len < last; }, [&](std::size_t e) {
+            return plain(src.data() + e / len * m, w.data() + e % len * taps, o.data() + e % len * taps, 1, taps);
+          });
+        }
+    // Short columns, lanes across output columns: every plane, runs off
+    // vector boundaries, and taps spread wider than a run (the plain rule's
+    // turn).
+    for (std::size_t m : {1, 2, 3, 7})
+      for (std::size_t srcCols : {5, 3000})
+        for (std::size_t taps : {0, 1, 3, 8, 17, 40})
+          for (Range run : {Range{0, 17}, {3, 12}, {8, 8}, {1, 2}}) {
+            std::size_t const first = run.first, last = run.second;
+            SCOPED_TRACE(testing::Message() << "narrow: rows " << m << " columns " << srcCols << " taps " << taps
+                                            << " from " << first);
+            std::size_t const planes = 2, len = 17;
+            auto const src = sources<E>(rng, m * srcCols * planes);
+            auto const w = weights(rng, taps * len);
+            auto const o = offsets(rng, taps * len, srcCols, m);
+            std::vector<E> dst(m * len * planes, E(77));
+            qz::resizeRowColumnsNarrow<E>(src.data(), dst.data(), w.data(), o.data(), m, srcCols, len, taps, planes,
+                                          first, last);
+            auto column = [&](std::size_t e) { return e / m % len; };
+            expectOnly(dst, [&](std::size_t e) { return column(e) >= first && column(e) < last; }, [&](std::size_t e) {
+              std::size_t const plane = e / (m * len), row = e % m;
+              return plain(src.data() + plane * m * srcCols + row, w.data() + column(e) * taps,
+                           o.data() + column(e) * taps, 1, taps);
+            });
+          }
+  });
+}
+
+TEST(ResizeLanesTest, EveryTypeStoresThePlainRuleUnderEveryInstructionSet) {
+  checkType<double>();
+  checkType<float>();
+  checkType<unsigned char>();
+  checkType<unsigned short>();
+  checkType<unsigned int>();
+  checkType<signed char>();
+  checkType<short>();
+  checkType<int>();
+}
+
+}  // namespace
