@@ -35,7 +35,8 @@ std::vector<T> channelValues(std::size_t p, std::mt19937_64& rng) {
                                -L::infinity(), L::quiet_NaN(), -L::quiet_NaN(), std::nextafter(T(0.5), T(0)),
                                std::nextafter(T(0.5), T(1)), std::nextafter(T(1), T(0)), std::nextafter(T(1), T(2))});
   std::uniform_real_distribution<double> unit(-0.25, 1.25);
-  for (auto& v : out) v = rng() % (L::is_integer ? 4 : 2) ? (L::is_integer ? T(rng()) : T(unit(rng))) : edges[rng() % edges.size()];
+  for (auto& v : out)
+    v = rng() % (L::is_integer ? 4 : 2) ? (L::is_integer ? T(rng()) : T(unit(rng))) : edges[rng() % edges.size()];
   return out;
 }
 
@@ -44,7 +45,8 @@ std::vector<T> channelValues(std::size_t p, std::mt19937_64& rng) {
 // of pixel i at c*p + i), 7 outside the range, so stray writes show.  k
 // outputs per pixel; the interleaved layout puts them at k*i + c.
 template <class Out, class In, class Body, class Want>
-void expectEveryTarget(std::vector<In> const& planar, std::size_t p, std::size_t k, Ranges const& ranges, Body body, Want want) {
+void expectEveryTarget(std::vector<In> const& planar, std::size_t p, std::size_t k, Ranges const& ranges, Body body,
+                       Want want) {
   std::vector<In> triples(3 * p);
   for (std::size_t j = 0; j < 3 * p; ++j) triples[3 * (j % p) + j / p] = planar[j];
   std::vector<Out> got(k * p);
@@ -77,7 +79,7 @@ TEST_F(ColorTest, GraySumsAreClampedRoundedAndSaturatedByClass) {
   EXPECT_EQ(grayOf<double>(4, 4, 4), 1.0);
   EXPECT_EQ(grayOf<double>(0, std::numeric_limits<double>::quiet_NaN(), 0), 0.0);
   EXPECT_EQ(grayOf<float>(2, 0, 0), static_cast<float>(0.597872042587552));  // clamped in double, then narrowed
-  EXPECT_EQ(grayOf<std::uint8_t>(255, 0, 0), 76);   // 76.23
+  EXPECT_EQ(grayOf<std::uint8_t>(255, 0, 0), 76);                            // 76.23
   EXPECT_EQ(grayOf<std::int8_t>(-128, 0, 0), -38);  // -38.26: away from zero only past the half
   // A 64-bit sum equal to the bound passes the strict test and wraps.
   EXPECT_EQ(grayOf<std::int64_t>(INT64_MAX, INT64_MAX, INT64_MAX), INT64_MIN);
@@ -109,7 +111,8 @@ void expectHsvLikeTheReference(std::vector<In> const& planar, std::size_t p, Out
   auto run = [&](In const* in, Out* out, bool isPlanar, std::size_t b, std::size_t e) {
     Body{in, p, scale, out, isPlanar}({b, e});
   };
-  expectEveryTarget<Out>(planar, p, 3, ranges, run, [&](std::size_t b, std::size_t e) { return hsvWant(planar, p, scale, b, e); });
+  expectEveryTarget<Out>(planar, p, 3, ranges, run,
+                         [&](std::size_t b, std::size_t e) { return hsvWant(planar, p, scale, b, e); });
 }
 
 // Every class through the gateway (gray) and each kernel on every target
@@ -118,41 +121,47 @@ void expectHsvLikeTheReference(std::vector<In> const& planar, std::size_t p, Out
 // layouts.
 template <class... T>
 void expectEveryClassLikeTheReferences() {
-  ([] {
-    SCOPED_TRACE(::testing::Message() << "class " << ndClassOf<T>::value);
-    std::mt19937_64 rng(sizeof(T) * 977 + std::is_signed_v<T>);
-    std::size_t const p = 1031;
-    auto planar = channelValues<T>(p, rng);
-    auto ranges = qztest::boundaryRanges(p);
-    for (std::size_t c = 0; c < 3; ++c) planar[c * p] = std::numeric_limits<T>::max();  // a gray sum at the bound
-    if constexpr (std::is_floating_point_v<T>) {
-      // One NaN channel with the other two both 0, both 1 or neither, then a
-      // run of pixels with two or three NaN channels, carrying one hue across
-      // vectors and their boundaries (and starting at 0 where a range opens).
-      T const nan = std::numeric_limits<T>::quiet_NaN(), flat[][3] = {{nan, 0, 0}, {1, nan, 1}, {-0.0, 0, nan}, {nan, 2, 2}};
-      for (std::size_t i = 490; i < 540; ++i)
-        for (std::size_t c = 0; c < 3; ++c)
-          planar[c * p + i] = i < 500 ? flat[i % 4][c] : c != i % 3 || i % 5 == 0 ? nan : planar[c * p + i];
-      for (std::size_t b : {480, 499, 503, 520})
-        for (std::size_t e : {b, b + 9, b + 33, std::size_t{560}}) ranges.emplace_back(b, e);
-    }
-    std::vector<T> want(p);
-    for (std::size_t i = 0; i < p; ++i) want[i] = qzref::rgb2gray<T>(planar[i], planar[p + i], planar[2 * p + i]);
-    auto in = qztest::makeFrom<T>({p, 1, 3}, planar);
-    auto out = qztest::call(pximages::_rgb2gray, 1, {in.get()});
-    EXPECT_EQ(0, std::memcmp(qzhost::dataOf<T>(out[0].get()), want.data(), p * sizeof(T)));
-    auto run = [&](T const* input, T* output, bool isPlanar, std::size_t b, std::size_t e) {
-      qz::convertrgb2gray<T>{input, p, std::is_floating_point_v<T>, output, isPlanar}({b, e});
-    };
-    expectEveryTarget<T>(planar, p, 1, ranges, run, [&](std::size_t b, std::size_t e) {
-      std::vector<T> w(p, T(7));
-      std::copy(want.begin() + b, want.begin() + e, w.begin() + b);
-      return w;
-    });
-    if constexpr (std::is_floating_point_v<T>) expectHsvLikeTheReference<qz::convertrgb2hsv<T, T>>(planar, p, T(1), ranges);
-    if constexpr (std::is_same_v<T, std::uint16_t>) expectHsvLikeTheReference<qz::convertrgb2hsv<unsigned short, double>>(planar, p, 65535.0, ranges);
-    if constexpr (std::is_same_v<T, std::uint8_t>) expectHsvLikeTheReference<qz::convertrgb2hsvU8>(planar, p, 255.0, ranges);
-  }(), ...);
+  (
+      [] {
+        SCOPED_TRACE(::testing::Message() << "class " << ndClassOf<T>::value);
+        std::mt19937_64 rng(sizeof(T) * 977 + std::is_signed_v<T>);
+        std::size_t const p = 1031;
+        auto planar = channelValues<T>(p, rng);
+        auto ranges = qztest::boundaryRanges(p);
+        for (std::size_t c = 0; c < 3; ++c) planar[c * p] = std::numeric_limits<T>::max();  // a gray sum at the bound
+        if constexpr (std::is_floating_point_v<T>) {
+          // One NaN channel with the other two both 0, both 1 or neither, then a
+          // run of pixels with two or three NaN channels, carrying one hue across
+          // vectors and their boundaries (and starting at 0 where a range opens).
+          T const nan = std::numeric_limits<T>::quiet_NaN(),
+                  flat[][3] = {{nan, 0, 0}, {1, nan, 1}, {-0.0, 0, nan}, {nan, 2, 2}};
+          for (std::size_t i = 490; i < 540; ++i)
+            for (std::size_t c = 0; c < 3; ++c)
+              planar[c * p + i] = i < 500 ? flat[i % 4][c] : c != i % 3 || i % 5 == 0 ? nan : planar[c * p + i];
+          for (std::size_t b : {480, 499, 503, 520})
+            for (std::size_t e : {b, b + 9, b + 33, std::size_t{560}}) ranges.emplace_back(b, e);
+        }
+        std::vector<T> want(p);
+        for (std::size_t i = 0; i < p; ++i) want[i] = qzref::rgb2gray<T>(planar[i], planar[p + i], planar[2 * p + i]);
+        auto in = qztest::makeFrom<T>({p, 1, 3}, planar);
+        auto out = qztest::call(pximages::_rgb2gray, 1, {in.get()});
+        EXPECT_EQ(0, std::memcmp(qzhost::dataOf<T>(out[0].get()), want.data(), p * sizeof(T)));
+        auto run = [&](T const* input, T* output, bool isPlanar, std::size_t b, std::size_t e) {
+          qz::convertrgb2gray<T>{input, p, std::is_floating_point_v<T>, output, isPlanar}({b, e});
+        };
+        expectEveryTarget<T>(planar, p, 1, ranges, run, [&](std::size_t b, std::size_t e) {
+          std::vector<T> w(p, T(7));
+          std::copy(want.begin() + b, want.begin() + e, w.begin() + b);
+          return w;
+        });
+        if constexpr (std::is_floating_point_v<T>)
+          expectHsvLikeTheReference<qz::convertrgb2hsv<T, T>>(planar, p, T(1), ranges);
+        if constexpr (std::is_same_v<T, std::uint16_t>)
+          expectHsvLikeTheReference<qz::convertrgb2hsv<unsigned short, double>>(planar, p, 65535.0, ranges);
+        if constexpr (std::is_same_v<T, std::uint8_t>)
+          expectHsvLikeTheReference<qz::convertrgb2hsvU8>(planar, p, 255.0, ranges);
+      }(),
+      ...);
 }
 
 TEST_F(ColorTest, EveryClassMatchesTheReferencesOnEveryKernel) {
@@ -165,18 +174,28 @@ TEST_F(ColorTest, EveryClassMatchesTheReferencesOnEveryKernel) {
 // either side of a tie; the reference fixes which side the bits come from.
 TEST_F(ColorTest, HsvOfEverySectorAndTieOnEveryPath) {
   double const rows[][4] = {
-      {1, 0, 0, 0}, {0, 1, 0, 1.0 / 3}, {0, 0, 1, 2.0 / 3}, {1, 1, 1, 0}, {0, 0, 0, 0}, {0.6, 0.6, 0.6, 0},
+      {1, 0, 0, 0},
+      {0, 1, 0, 1.0 / 3},
+      {0, 0, 1, 2.0 / 3},
+      {1, 1, 1, 0},
+      {0, 0, 0, 0},
+      {0.6, 0.6, 0.6, 0},
       {1, 1, 0, 1.0 / 6},  // red = green > blue: the red sector
       {1, 0, 1, 5.0 / 6},  // red = blue > green: red, counted back from magenta
       {0, 1, 1, 0.5},      // green = blue > red: the green sector
-      {1, 0.6, 0.2, 1.0 / 12}, {1, 0.2, 0.6, 11.0 / 12}, {0.6, 1, 0.2, 0.25}, {0.2, 1, 0.6, 5.0 / 12},
-      {0.2, 0.6, 1, 7.0 / 12}, {0.6, 0.2, 1, 0.75},
+      {1, 0.6, 0.2, 1.0 / 12},
+      {1, 0.2, 0.6, 11.0 / 12},
+      {0.6, 1, 0.2, 0.25},
+      {0.2, 1, 0.6, 5.0 / 12},
+      {0.2, 0.6, 1, 7.0 / 12},
+      {0.6, 0.2, 1, 0.75},
   };
   std::size_t const p = std::size(rows);
   auto check = [&](auto unit, auto scale) {  // the output's class is that of scale
     using In = decltype(unit);
     std::vector<In> planar(3 * p);
-    for (std::size_t j = 0; j < 3 * p; ++j) planar[j] = In(std::is_integral_v<In> ? std::round(rows[j % p][j / p] * unit) : rows[j % p][j / p]);
+    for (std::size_t j = 0; j < 3 * p; ++j)
+      planar[j] = In(std::is_integral_v<In> ? std::round(rows[j % p][j / p] * unit) : rows[j % p][j / p]);
     auto in = qztest::makeFrom<In>({p, 1, 3}, planar);
     auto got = qztest::valuesOf<decltype(scale)>(qztest::call(pximages::_rgb2hsv, 1, {in.get()})[0].get());
     EXPECT_EQ(got, hsvWant(planar, p, scale, 0, p)) << "class " << ndClassOf<In>::value;
@@ -205,12 +224,17 @@ TEST_F(ColorTest, OutputShapesAndClasses) {
     EXPECT_EQ(ndGetClassID(out[0].get()), outCls);
   }
   auto lazy = qztest::makeLazyFrom<std::uint8_t>({1, 2, 3}, {255, 0, 0, 255, 0, 0});  // completed, then measured
-  auto word = qztest::makeFrom<std::uint16_t>({1, 1, 3}, {65535, 0, 0}), int16 = qztest::makeFrom<std::int16_t>({1, 1, 3}, {7, 8, 9});
+  auto word = qztest::makeFrom<std::uint16_t>({1, 1, 3}, {65535, 0, 0}),
+       int16 = qztest::makeFrom<std::int16_t>({1, 1, 3}, {7, 8, 9});
   auto flat = qztest::makeFrom<float>({3, 2}, {1, 0, 0, 0, 0, 1});
-  EXPECT_EQ(qztest::valuesOf<std::uint8_t>(qztest::call(pximages::_rgb2gray, 1, {lazy.get()})[0].get()), (std::vector<std::uint8_t>{76, 150}));
-  EXPECT_EQ(qztest::valuesOf<double>(qztest::call(pximages::_rgb2hsv, 1, {word.get()})[0].get()), (std::vector<double>{0, 1, 1}));
-  EXPECT_EQ(qztest::valuesOf<double>(qztest::call(pximages::_rgb2hsv, 1, {int16.get()})[0].get()), std::vector<double>(3, 0.0));
-  EXPECT_EQ(qztest::valuesOf<float>(qztest::call(pximages::_rgb2hsv, 1, {flat.get()})[0].get()), (std::vector<float>{0, 0x1.555554p-1f, 1, 1, 1, 1}));
+  EXPECT_EQ(qztest::valuesOf<std::uint8_t>(qztest::call(pximages::_rgb2gray, 1, {lazy.get()})[0].get()),
+            (std::vector<std::uint8_t>{76, 150}));
+  EXPECT_EQ(qztest::valuesOf<double>(qztest::call(pximages::_rgb2hsv, 1, {word.get()})[0].get()),
+            (std::vector<double>{0, 1, 1}));
+  EXPECT_EQ(qztest::valuesOf<double>(qztest::call(pximages::_rgb2hsv, 1, {int16.get()})[0].get()),
+            std::vector<double>(3, 0.0));
+  EXPECT_EQ(qztest::valuesOf<float>(qztest::call(pximages::_rgb2hsv, 1, {flat.get()})[0].get()),
+            (std::vector<float>{0, 0x1.555554p-1f, 1, 1, 1, 1}));
 }
 
 TEST(ColorKernelTest, AllByteTriplesMatchTheReferencesOnEveryKernel) {

@@ -4,12 +4,12 @@
 // ind2rgb8 against its reference whatever the thread count, and both
 // gateways' handling of shapes and of complex, sparse and lazy arrays.
 
+#include <tbb/global_control.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <random>
-
-#include <tbb/global_control.h>
 
 #include "indexed/grayto8.hpp"
 #include "indexed/ind2rgb8.hpp"
@@ -60,7 +60,8 @@ TEST_F(IndexedTest, Grayto8ChecksRunInOrder) {
 
 TEST_F(IndexedTest, Grayto8RoundsAfterTheOffsetAndSaturatesByClass) {
   qzhost::takeWarnings();
-  EXPECT_EQ(grayto8<double>({1, 9}, {0.5, 0.998, 0.999, -0.001, 2, kNaN, kInf, -kInf, 1.0 / 510}), (Bytes{128, 254, 255, 0, 255, 0, 255, 0, 1}));
+  EXPECT_EQ(grayto8<double>({1, 9}, {0.5, 0.998, 0.999, -0.001, 2, kNaN, kInf, -kInf, 1.0 / 510}),
+            (Bytes{128, 254, 255, 0, 255, 0, 255, 0, 1}));
   // Single rounds v*255 + 0.5 in single precision: the float just below
   // 1/510 gives 1, and 0x1.020202p-1 gives 129 (128.99999994 in double).
   EXPECT_EQ(grayto8<float>({4, 1}, {0.5f, 1, 0x1.0101p-9f, 0x1.020202p-1f}), (Bytes{128, 255, 1, 129}));
@@ -110,7 +111,9 @@ void expectGrayto8KernelLike(std::vector<T> const& values, Rule rule) {
   for (std::size_t stride : {1, 2})
     expectEveryTarget(
         values.size() / stride, 1,
-        [&](std::size_t b, std::size_t e, std::uint8_t* out) { qz::convertGrayToBytes(values.data() + b * stride, e - b, stride, out + b); },
+        [&](std::size_t b, std::size_t e, std::uint8_t* out) {
+          qz::convertGrayToBytes(values.data() + b * stride, e - b, stride, out + b);
+        },
         [&](std::size_t j) { return rule(values[j * stride]); });
 }
 
@@ -119,7 +122,8 @@ TEST(IndexedKernelTest, Grayto8OfEveryClassMatchesTheReferenceOnEveryKernel) {
   auto sample = [&](auto one) {  // specials, each side of every half-way point, and random values
     using T = decltype(one);
     using L = std::numeric_limits<T>;
-    std::vector<T> v = {0, -T(0), 1, -1, 2, L::denorm_min(), L::max(), L::lowest(), T(kInf), T(-kInf), T(kNaN), -T(kNaN)};
+    std::vector<T> v = {0,        -T(0),       1,       -1,       2,       L::denorm_min(),
+                        L::max(), L::lowest(), T(kInf), T(-kInf), T(kNaN), -T(kNaN)};
     for (int byte = -1; byte < 256; ++byte) {
       T const halfWay = (T(byte) + T(0.5)) / T(255);
       for (T to : {T(-2), halfWay, T(2)}) v.push_back(std::nextafter(halfWay, to));
@@ -140,20 +144,31 @@ TEST(IndexedKernelTest, Grayto8OfEveryClassMatchesTheReferenceOnEveryKernel) {
 
 TEST_F(IndexedTest, Ind2rgb8ChecksRunInOrderAndStopAtTheFirstFailure) {
   auto a = [](ndClassID c, std::vector<std::size_t> dims) { return qzhost::makeArray(c, dims); };
-  auto x = a(ndclass::Double, {1, 2}), map = a(ndclass::Double, {2, 3}), x16 = a(ndclass::Int16, {2, 2}), hostX = a(20, {2, 2});
+  auto x = a(ndclass::Double, {1, 2}), map = a(ndclass::Double, {2, 3}), x16 = a(ndclass::Int16, {2, 2}),
+       hostX = a(20, {2, 2});
   auto map16by4 = a(ndclass::Int16, {2, 4}), x3d = a(ndclass::Double, {2, 2, 2}), map3d = a(ndclass::Double, {2, 3, 2});
-  auto emptyMap = a(ndclass::Double, {0, 3}), emptyMap4 = a(ndclass::Double, {0, 4}), map3by1 = a(ndclass::Double, {3, 1});
-  auto sparseX = qzhost::makeSparse(2, 2, {0, 1, 1}, {0}, {1.0}), sparseMap = qzhost::makeSparse(2, 3, {0, 1, 1, 2}, {0, 1}, {0.5, 0.5});
+  auto emptyMap = a(ndclass::Double, {0, 3}), emptyMap4 = a(ndclass::Double, {0, 4}),
+       map3by1 = a(ndclass::Double, {3, 1});
+  auto sparseX = qzhost::makeSparse(2, 2, {0, 1, 1}, {0}, {1.0}),
+       sparseMap = qzhost::makeSparse(2, 3, {0, 1, 1, 2}, {0, 1}, {0.5, 0.5});
   std::pair<std::vector<ndArray_tag const*>, char const*> const rows[] = {
-      {{}, "wrongNumInputs"}, {{x.get()}, "wrongNumInputs"}, {{x.get(), map.get(), map.get()}, "wrongNumInputs"},
-      {{x16.get(), map16by4.get()}, "invalidInputType"}, {{hostX.get(), map.get()}, "invalidInputType"},
-      {{map3d.get(), map.get()}, "inputNot2D"}, {{x3d.get(), map16by4.get()}, "inputNot2D"},
-      {{sparseX.get(), map16by4.get()}, "sparseInput"}, {{x.get(), map16by4.get()}, "invalidMapSize"},
-      {{x.get(), emptyMap4.get()}, "invalidMapSize"}, {{x.get(), map3d.get()}, "invalidMapSize"},
-      {{x.get(), map3by1.get()}, "invalidMapSize"}, {{x.get(), sparseMap.get()}, "sparseMap"},
+      {{}, "wrongNumInputs"},
+      {{x.get()}, "wrongNumInputs"},
+      {{x.get(), map.get(), map.get()}, "wrongNumInputs"},
+      {{x16.get(), map16by4.get()}, "invalidInputType"},
+      {{hostX.get(), map.get()}, "invalidInputType"},
+      {{map3d.get(), map.get()}, "inputNot2D"},
+      {{x3d.get(), map16by4.get()}, "inputNot2D"},
+      {{sparseX.get(), map16by4.get()}, "sparseInput"},
+      {{x.get(), map16by4.get()}, "invalidMapSize"},
+      {{x.get(), emptyMap4.get()}, "invalidMapSize"},
+      {{x.get(), map3d.get()}, "invalidMapSize"},
+      {{x.get(), map3by1.get()}, "invalidMapSize"},
+      {{x.get(), sparseMap.get()}, "sparseMap"},
       {{x.get(), emptyMap.get()}, "emptyMap"},
   };
-  for (std::size_t i = 0; i < std::size(rows); ++i) EXPECT_EQ(errorOf(pximages::_ind2rgb8, rows[i].first), rows[i].second) << "row " << i;
+  for (std::size_t i = 0; i < std::size(rows); ++i)
+    EXPECT_EQ(errorOf(pximages::_ind2rgb8, rows[i].first), rows[i].second) << "row " << i;
   for (ndClassID c : {ndclass::Single, ndclass::Logical, ndclass::Char, ndclass::Int8, ndclass::Int16, ndclass::Int32,
                       ndclass::Int64, ndclass::UInt64}) {
     auto badX = a(c, {2, 2}), badMap = a(c, {2, 3}), badWideMap = a(c, {2, 4});
@@ -164,7 +179,8 @@ TEST_F(IndexedTest, Ind2rgb8ChecksRunInOrderAndStopAtTheFirstFailure) {
 }
 
 template <class T>
-Bytes ind2rgb8(std::size_t m, std::size_t n, std::vector<T> x, std::size_t k, std::vector<double> map, bool complex = false) {
+Bytes ind2rgb8(std::size_t m, std::size_t n, std::vector<T> x, std::size_t k, std::vector<double> map,
+               bool complex = false) {
   auto xa = qztest::makeFrom<T>({m, n}, x, complex), ma = qztest::makeFrom<double>({k, 3}, map, complex);
   return bytesOf(pximages::_ind2rgb8, {xa.get(), ma.get()}, {m, n, 3});
 }
@@ -172,15 +188,20 @@ Bytes ind2rgb8(std::size_t m, std::size_t n, std::vector<T> x, std::size_t k, st
 TEST_F(IndexedTest, Ind2rgb8IndicesAndIntensitiesAtTheirBoundaries) {
   // Red gives the row away (10 per row); green and blue hold intensities at
   // the byte rule's edges.
-  EXPECT_EQ(ind2rgb8<double>(1, 9, {0, -3, kNaN, 1.49, 1.5, 2.5, 3, 4.1, kInf}, 4,
-                             {0, 10 / 255.0, 20 / 255.0, 30 / 255.0, 1, 0.999, 0.998, 1.0000001, -0.0, 0.5, 1.0 / 510, kNaN}),
-            (Bytes{0, 0, 0, 0, 10, 20, 20, 30, 30, 255, 255, 255, 255, 255, 254, 254, 255, 255, 0, 0, 0, 0, 128, 1, 1, 0, 0}));
+  EXPECT_EQ(
+      ind2rgb8<double>(1, 9, {0, -3, kNaN, 1.49, 1.5, 2.5, 3, 4.1, kInf}, 4,
+                       {0, 10 / 255.0, 20 / 255.0, 30 / 255.0, 1, 0.999, 0.998, 1.0000001, -0.0, 0.5, 1.0 / 510, kNaN}),
+      (Bytes{0,   0,   0,   0,   10, 20, 20, 30, 30,  255, 255, 255, 255, 255,
+             254, 254, 255, 255, 0,  0,  0,  0,  128, 1,   1,   0,   0}));
   // Complex arrays are read as consecutive stored values, both parts alike.
-  EXPECT_EQ(ind2rgb8<double>(1, 2, {1, 2, 3, 4}, 2, {0, 1, 0.5, 0, 1, 1, 9, 9, 9, 9, 9, 9}, true), (Bytes{0, 255, 128, 0, 255, 255}));
+  EXPECT_EQ(ind2rgb8<double>(1, 2, {1, 2, 3, 4}, 2, {0, 1, 0.5, 0, 1, 1, 9, 9, 9, 9, 9, 9}, true),
+            (Bytes{0, 255, 128, 0, 255, 255}));
   EXPECT_EQ(ind2rgb8<std::uint16_t>(5, 0, {}, 1, {1, 1, 1}), Bytes{});
   EXPECT_EQ(ind2rgb8<std::uint32_t>(1, 1, {7}, 1, {1, 0.5, 0}), (Bytes{255, 128, 0}));
-  auto lazyX = qztest::makeLazyFrom<double>({1, 3}, {1, 2, 3}), lazyMap = qztest::makeLazyFrom<double>({1, 3}, {1, 0.5, 0});
-  EXPECT_EQ(bytesOf(pximages::_ind2rgb8, {lazyX.get(), lazyMap.get()}, {1, 3, 3}), (Bytes{255, 255, 255, 128, 128, 128, 0, 0, 0}));
+  auto lazyX = qztest::makeLazyFrom<double>({1, 3}, {1, 2, 3}),
+       lazyMap = qztest::makeLazyFrom<double>({1, 3}, {1, 0.5, 0});
+  EXPECT_EQ(bytesOf(pximages::_ind2rgb8, {lazyX.get(), lazyMap.get()}, {1, 3, 3}),
+            (Bytes{255, 255, 255, 128, 128, 128, 0, 0, 0}));
 }
 
 // k rows, a third of the intensities at the byte rule's edges.
@@ -197,10 +218,12 @@ template <class T>
 void expectLookupLikeTheReference(std::mt19937_64& rng, std::size_t m, std::size_t n, std::size_t k, std::vector<T> x) {
   x.resize(m * n);
   for (std::size_t i = 0; i < x.size(); ++i)
-    if (x[i] == T(0)) x[i] = std::is_integral_v<T> ? T(rng() % (k + 5)) : T(std::uniform_real_distribution<double>(-2, k + 2.0)(rng));
+    if (x[i] == T(0))
+      x[i] = std::is_integral_v<T> ? T(rng() % (k + 5)) : T(std::uniform_real_distribution<double>(-2, k + 2.0)(rng));
   auto const map = randomMap(rng, k);
   Bytes want(3 * x.size());
-  for (std::size_t j = 0; j < want.size(); ++j) want[j] = qzref::ind2rgb8(x[j % x.size()], map.data(), k, int(j / x.size()));
+  for (std::size_t j = 0; j < want.size(); ++j)
+    want[j] = qzref::ind2rgb8(x[j % x.size()], map.data(), k, int(j / x.size()));
   for (std::size_t threads : {1, 2, 4}) {
     tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
     EXPECT_EQ(ind2rgb8<T>(m, n, x, k, map), want) << threads << " threads, class " << ndClassOf<T>::value;
@@ -209,7 +232,8 @@ void expectLookupLikeTheReference(std::mt19937_64& rng, std::size_t m, std::size
 
 TEST_F(IndexedTest, Ind2rgb8MatchesTheReferenceWhateverTheThreadCount) {
   std::mt19937_64 rng(4242);
-  std::vector<double> const doubles = {-0.5, -3, kNaN, -kInf, kInf, 1e300, 0.999, 1, 1.49, 1.5, 2.5, 3.4999, 36.5, 37, 37.1};
+  std::vector<double> const doubles = {-0.5, -3,  kNaN, -kInf,  kInf, 1e300, 0.999, 1,
+                                       1.49, 1.5, 2.5,  3.4999, 36.5, 37,    37.1};
   expectLookupLikeTheReference<double>(rng, 211, 307, 37, doubles);
   expectLookupLikeTheReference<std::uint8_t>(rng, 300, 101, 200, {199, 200, 201, 255});
   expectLookupLikeTheReference<std::uint16_t>(rng, 97, 1031, 1000, {999, 1000, 1001, 65535});
@@ -231,9 +255,11 @@ TEST(IndexedKernelTest, ByteIndexLookupMatchesTheReferenceOnEveryKernel) {
     auto run = [&](std::size_t b, std::size_t e, std::uint8_t* out) {
       body(qz::LookupRange<std::uint8_t>(
           raster::SplittableArrayWrapper<std::uint8_t>(index.data() + b, e - b, 1, e - b, qz::kLookupGrain),
-          raster::SplittableRGBArrayWrapper<unsigned char>(out + b, 3 * (e - b), 1, 3 * n, qz::kLookupGrain, n, e - b)));
+          raster::SplittableRGBArrayWrapper<unsigned char>(out + b, 3 * (e - b), 1, 3 * n, qz::kLookupGrain, n,
+                                                           e - b)));
     };
-    expectEveryTarget(n, 3, run, [&](std::size_t j) { return qzref::ind2rgb8(index[j % n], map.data(), k, int(j / n)); });
+    expectEveryTarget(n, 3, run,
+                      [&](std::size_t j) { return qzref::ind2rgb8(index[j % n], map.data(), k, int(j / n)); });
   }
 }
 

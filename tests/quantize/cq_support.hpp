@@ -36,7 +36,8 @@ inline CqResult runCq(ndArray_tag const* image, double colors) {
   EXPECT_EQ(ndGetClassID(out[0].get()), ndclass::UInt8);
   EXPECT_EQ(dims, (std::vector<std::size_t>{dims[0], 3}));
   auto bytes = qztest::valuesOf<std::uint8_t>(out[0].get());
-  for (std::size_t k2 = 0; k2 < dims[0]; ++k2) r.map.push_back({bytes[k2], bytes[dims[0] + k2], bytes[2 * dims[0] + k2]});
+  for (std::size_t k2 = 0; k2 < dims[0]; ++k2)
+    r.map.push_back({bytes[k2], bytes[dims[0] + k2], bytes[2 * dims[0] + k2]});
   ndArray_tag const* index = out[1].get();
   r.indexClass = ndGetClassID(index);
   r.indexDims = qzhost::dimsOf(index);

@@ -2,13 +2,14 @@
 // images, rounding included on a photo), its single-precision square-sum
 // tables, 64-bit channel sums, and the few rules a whole run cannot reach.
 
+#include "quantize/quantize.hpp"
+
 #include <algorithm>
 #include <memory>
 #include <random>
 
 #include "cq_support.hpp"
 #include "photos.hpp"
-#include "quantize/quantize.hpp"
 #include "reference/cq_reference.hpp"
 
 namespace {
@@ -25,7 +26,8 @@ std::vector<std::uint8_t> randomPlanes(std::mt19937& rng, std::size_t pixels, in
 }
 
 // The histogram and prefix tables of a planar image; labels get cell codes.
-std::unique_ptr<qz::MomentTables> momentsOf(std::vector<std::uint8_t> const& planar, std::vector<std::uint16_t>& labels) {
+std::unique_ptr<qz::MomentTables> momentsOf(std::vector<std::uint8_t> const& planar,
+                                            std::vector<std::uint16_t>& labels) {
   std::size_t const pixels = planar.size() / 3;
   auto m = std::make_unique<qz::MomentTables>();
   labels.resize(pixels);
@@ -147,9 +149,10 @@ TEST_F(QuantizeTest, WithoutTheIndexImageTheLabelsKeepTheCellCodes) {
   std::vector<std::uint8_t> planar = {0, 255, 8, 0, 255, 17, 7, 255, 250};
   std::vector<std::uint16_t> labels(3);
   std::uint8_t r[4], g[4], b[4];
-  EXPECT_EQ(qz::quantizeColors(planar.data(), planar.data() + 3, planar.data() + 6, 3, r, g, b, 4, labels.data(), false),
-            3u);
-  EXPECT_EQ(labels, (std::vector<std::uint16_t>{qz::cellCode(1, 1, 1), qz::cellCode(32, 32, 32), qz::cellCode(2, 3, 32)}));
+  EXPECT_EQ(
+      qz::quantizeColors(planar.data(), planar.data() + 3, planar.data() + 6, 3, r, g, b, 4, labels.data(), false), 3u);
+  EXPECT_EQ(labels,
+            (std::vector<std::uint16_t>{qz::cellCode(1, 1, 1), qz::cellCode(32, 32, 32), qz::cellCode(2, 3, 32)}));
 }
 
 TEST_F(QuantizeTest, AnAxisCodeOutsideTheThreeIsAnInternalError) {

@@ -13,7 +13,8 @@ namespace qzref {
 template <class T>
 T rgb2gray(T r, T g, T b) {
   using L = std::numeric_limits<T>;
-  double const dr = double(r) * 0.298936021293776, dg = double(g) * 0.587043074451121, db = double(b) * 0.114020904255103;
+  double const dr = double(r) * 0.298936021293776, dg = double(g) * 0.587043074451121,
+               db = double(b) * 0.114020904255103;
   // Bytes sum three table entries, the rounding offset folded into blue's.
   if constexpr (std::is_same_v<T, std::uint8_t>) return T(std::trunc(dr + dg + (db + 0.5)));
   double const s = (dr + dg) + db;

@@ -2,12 +2,13 @@
 // the output slot, how the dimension argument is read, the shape and class
 // of the result, and the offset table.
 
+#include "resize/imresize.hpp"
+
 #include <algorithm>
 #include <cstring>
 #include <functional>
 #include <limits>
 
-#include "resize/imresize.hpp"
 #include "resize_support.hpp"
 
 namespace {
@@ -47,22 +48,61 @@ TEST_F(ImresizeTest, ChecksRunInOrderAndTheFirstFailureIsRaised) {
       {"notThreeArgs", [](Args& s) { s.count = 0; }},
       {"notThreeArgs", [](Args& s) { s.count = 5; }},
       {"notThreeArgs", [](Args& s) { s.count = 3, s.a = sparse2x2(); }},
-      {"invalidImage", [](Args& s) { s.a = image(ndclass::Cell, {2, 3}); }},
-      {"invalidImage", [](Args& s) { s.a = image(40, {2, 3}); }},
+      {"invalidImage",
+       [](Args& s) {
+         s.a = image(ndclass::Cell, {2, 3});
+       }},
+      {"invalidImage",
+       [](Args& s) {
+         s.a = image(40, {2, 3});
+       }},
       {"invalidImage", [](Args& s) { s.a = sparse2x2(); }},
-      {"invalidImage", [](Args& s) { s.a = image(ndclass::Char, {2, 3, 2, 2}); }},
-      {"tooManyDims", [](Args& s) { s.a = image(ndclass::Double, {2, 3, 1, 2}), s.w = image(ndclass::Single, {2, 2}); }},
-      {"badWeights", [](Args& s) { s.w = image(ndclass::Single, {2, 2, 2}), s.x = image(ndclass::Int32, {2, 2}); }},
-      {"badWeights", [](Args& s) { s.w = doubles({2, 2, 2}), s.x = image(ndclass::Int32, {2, 2}); }},
-      {"badWeights", [](Args& s) { s.w = image(ndclass::Single, {2, 2}); }},
+      {"invalidImage",
+       [](Args& s) {
+         s.a = image(ndclass::Char, {2, 3, 2, 2});
+       }},
+      {"tooManyDims",
+       [](Args& s) {
+         s.a = image(ndclass::Double, {2, 3, 1, 2}), s.w = image(ndclass::Single, {2, 2});
+       }},
+      {"badWeights",
+       [](Args& s) {
+         s.w = image(ndclass::Single, {2, 2, 2}), s.x = image(ndclass::Int32, {2, 2});
+       }},
+      {"badWeights",
+       [](Args& s) {
+         s.w = doubles({2, 2, 2}), s.x = image(ndclass::Int32, {2, 2});
+       }},
+      {"badWeights",
+       [](Args& s) {
+         s.w = image(ndclass::Single, {2, 2});
+       }},
       {"badWeights", [](Args& s) { s.w = sparse2x2(); }},
-      {"badIndices", [](Args& s) { s.x = image(ndclass::Single, {3, 2}); }},
-      {"badIndices", [](Args& s) { s.x = qzhost::makeSparse(2, 3, {0, 0, 0, 0}, {}, {}); }},
-      {"sizeMismatch", [](Args& s) { s.x = doubles({2, 2, 2}); }},
-      {"sizeMismatch", [](Args& s) { s.w = doubles({5, 2}), s.x = doubles({2, 5}); }},
-      {"sizeMismatch", [](Args& s) { s.x = doubles({2, 3}), s.d = image(ndclass::Single, {1, 1}); }},
+      {"badIndices",
+       [](Args& s) {
+         s.x = image(ndclass::Single, {3, 2});
+       }},
+      {"badIndices",
+       [](Args& s) {
+         s.x = qzhost::makeSparse(2, 3, {0, 0, 0, 0}, {}, {});
+       }},
+      {"sizeMismatch",
+       [](Args& s) {
+         s.x = doubles({2, 2, 2});
+       }},
+      {"sizeMismatch",
+       [](Args& s) {
+         s.w = doubles({5, 2}), s.x = doubles({2, 5});
+       }},
+      {"sizeMismatch",
+       [](Args& s) {
+         s.x = doubles({2, 3}), s.d = image(ndclass::Single, {1, 1});
+       }},
       {"invalidDim", [](Args& s) { s.d = sparse2x2(); }},
-      {"invalidDim", [](Args& s) { s.a = image(ndclass::Int64, {2, 3}), s.d = image(ndclass::UInt8, {1, 1}); }},
+      {"invalidDim",
+       [](Args& s) {
+         s.a = image(ndclass::Int64, {2, 3}), s.d = image(ndclass::UInt8, {1, 1});
+       }},
   };
   for (auto const& c : cases) {
     Args s;
@@ -109,8 +149,8 @@ int resizedDimension(ArrayPtr const& d) {
 // indefinite value, not the low bits.  Only the first element's real part
 // is read; an empty array reads as 0.
 TEST_F(ImresizeTest, TheDimensionArgumentIsTruncatedAndOnlyOneMeansColumns) {
-  std::pair<double, int> const rows[] = {{1, 1},   {1.7, 1},  {2, 2},    {2.9, 2},    {3, 2},
-                                         {0.9, 2}, {-1, 2},   {kNaN, 2}, {1e10, 2},   {4294967297.0, 2}};
+  std::pair<double, int> const rows[] = {{1, 1},   {1.7, 1}, {2, 2},    {2.9, 2},  {3, 2},
+                                         {0.9, 2}, {-1, 2},  {kNaN, 2}, {1e10, 2}, {4294967297.0, 2}};
   for (auto const& [d, dim] : rows) EXPECT_EQ(resizedDimension(doubles({1, 1}, d)), dim) << d;
   EXPECT_EQ(resizedDimension(qztest::makeFrom<double>({1, 2}, {1, 2})), 1);
   EXPECT_EQ(resizedDimension(qztest::makeFrom<double>({1, 1}, {1, 2}, true)), 1);
@@ -161,7 +201,8 @@ TEST_F(ImresizeTest, LogicalImagesGiveUint8) {
 // an array already in the slot is released exactly once.
 TEST_F(ImresizeTest, ArgumentsAreReadAsStoredAndTheSlotIsReplaced) {
   auto a = qztest::makeFrom<double>({3, 1}, {4, 8, 16});
-  EXPECT_EQ(qztest::valuesOf<double>(resizeCall(a.get(), {1, 0.5}, {2.9, 3.2}, 2, 1, 1).get()), (std::vector<double>{16}));
+  EXPECT_EQ(qztest::valuesOf<double>(resizeCall(a.get(), {1, 0.5}, {2.9, 3.2}, 2, 1, 1).get()),
+            (std::vector<double>{16}));
   auto w = qztest::makeFrom<double>({2, 1}, {0.5, 0.25, 9, 9}, true);
   auto x = qztest::makeFrom<double>({2, 1}, {1, 2});
   auto d = doubles({1, 1});
@@ -190,9 +231,16 @@ TEST(ImresizeOffsetsTest, IndicesBecomeWrappedElementOffsets) {
     std::int32_t dim;
     std::uint64_t want;
   } const rows[] = {
-      {3.7, 1, 2},      {3, 2, 10},     {3, 0, 10}, {0, 1, kMax},
-      {0, 2, kMax - 4}, {-1, 1, kMax - 1}, {kNaN, 1, kTop - 1}, {9223372036854775808.0, 1, kTop - 1},
-      {13835058055282163712.0, 1, kTop + (kTop >> 1) - 1},      {18446744073709551616.0, 1, kMax},
+      {3.7, 1, 2},
+      {3, 2, 10},
+      {3, 0, 10},
+      {0, 1, kMax},
+      {0, 2, kMax - 4},
+      {-1, 1, kMax - 1},
+      {kNaN, 1, kTop - 1},
+      {9223372036854775808.0, 1, kTop - 1},
+      {13835058055282163712.0, 1, kTop + (kTop >> 1) - 1},
+      {18446744073709551616.0, 1, kMax},
   };
   for (auto const& r : rows) {
     std::size_t got = 12345;

@@ -3,13 +3,13 @@
 // plain reference on random data of every type and thread count, and work
 // items that write only their own columns.
 
+#include <tbb/global_control.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <random>
 #include <tuple>
-
-#include <tbb/global_control.h>
 
 #include "common/convert.hpp"
 #include "reference/resize_reference.hpp"
@@ -38,9 +38,11 @@ void expectStored(std::vector<T> const& src, std::vector<double> const& w, std::
   if (positions.empty())
     for (std::size_t k = 0; k < taps; ++k) positions.push_back(static_cast<double>(k + 1));
   std::vector<double> ws, xs;
-  for (std::size_t i = 0; i < len; ++i) ws.insert(ws.end(), w.begin(), w.end()), xs.insert(xs.end(), positions.begin(), positions.end());
+  for (std::size_t i = 0; i < len; ++i)
+    ws.insert(ws.end(), w.begin(), w.end()), xs.insert(xs.end(), positions.begin(), positions.end());
   for (int dim : {1, 2}) {
-    auto a = qztest::makeFrom<T>(dim == 1 ? std::vector<std::size_t>{n, 1} : std::vector<std::size_t>{1, n}, src, complex);
+    auto a =
+        qztest::makeFrom<T>(dim == 1 ? std::vector<std::size_t>{n, 1} : std::vector<std::size_t>{1, n}, src, complex);
     auto got = qztest::valuesOf<T>(resizeCall(a.get(), ws, xs, taps, len, dim).get());
     ASSERT_EQ(got.size(), len * parts);
     for (std::size_t e = 0; e < got.size(); ++e)
@@ -126,13 +128,20 @@ TEST_F(ResizeValueTest, NoTapsGiveZeroForEveryType) {
         EXPECT_TRUE(sameBytes(got, std::vector<T>(got.size(), T(0)))) << ndClassOf<T>::value << " dim " << dim;
       }
   };
-  std::apply([&](auto... z) { (check(z), ...); },
-             std::tuple<double, float, std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t, std::int32_t>{});
+  std::apply(
+      [&](auto... z) { (check(z), ...); },
+      std::tuple<double, float, std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t, std::int32_t>{});
 }
 
 TEST(ResizeConvertTest, TruncationToInt32FollowsTheProcessor) {
-  std::pair<double, std::int32_t> const rows[] = {{2.9, 2},   {-2.9, -2},  {2147483647.9, kMax}, {-2147483648.9, kMin},
-                                                  {2147483648.0, kMin}, {4294967297.0, kMin}, {kNaN, kMin}, {-kInf, kMin}};
+  std::pair<double, std::int32_t> const rows[] = {{2.9, 2},
+                                                  {-2.9, -2},
+                                                  {2147483647.9, kMax},
+                                                  {-2147483648.9, kMin},
+                                                  {2147483648.0, kMin},
+                                                  {4294967297.0, kMin},
+                                                  {kNaN, kMin},
+                                                  {-kInf, kMin}};
   for (auto const& [v, want] : rows) EXPECT_EQ(qz::truncToInt32(v), want) << v;
 }
 
@@ -141,12 +150,12 @@ TEST(ResizeConvertTest, TruncationToInt32FollowsTheProcessor) {
 // valid 1-based positions, a third with a fraction the gateway truncates:
 // every stored value must be the reference's (any NaN for a NaN).
 template <class E>
-std::vector<E> compareWithReference(std::mt19937_64& rng, std::size_t m, std::size_t n, std::size_t p,
-                                    std::size_t taps, std::size_t len, int dim, bool complex) {
+std::vector<E> compareWithReference(std::mt19937_64& rng, std::size_t m, std::size_t n, std::size_t p, std::size_t taps,
+                                    std::size_t len, int dim, bool complex) {
   using L = std::numeric_limits<E>;
   std::vector<E> src(m * n * p * (complex ? 2 : 1));
   for (auto& x : src)
-    x = rng() % 4 == 0 ? (rng() % 2 ? L::lowest() : L::max())
+    x = rng() % 4 == 0                ? (rng() % 2 ? L::lowest() : L::max())
         : std::is_floating_point_v<E> ? static_cast<E>(std::uniform_real_distribution<double>(-300, 300)(rng))
                                       : static_cast<E>(rng());
   double const special[] = {kNaN, kInf, -kInf, 1e300, -1e300, -0.0, 1e9, -1e9};
@@ -171,8 +180,8 @@ using ResizeReferenceTest = HostTest;
 // to the plain rule under every instruction set in resize_lanes_test.cpp).
 TEST_F(ResizeReferenceTest, EveryTypeMatchesTheReference) {
   std::mt19937_64 rng(0x1e512e);
-  std::tuple<std::size_t, std::size_t, std::size_t> const shapes[] = {
-      {1, 1, 1}, {3, 9, 2}, {7, 400, 1}, {8, 5, 1}, {17, 13, 2}, {70, 3, 1}, {3000, 2, 1}};
+  std::tuple<std::size_t, std::size_t, std::size_t> const shapes[] = {{1, 1, 1},   {3, 9, 2},  {7, 400, 1}, {8, 5, 1},
+                                                                      {17, 13, 2}, {70, 3, 1}, {3000, 2, 1}};
   auto check = [&](auto zero) {
     for (auto [m, n, p] : shapes)
       for (std::size_t len : {0, 1, 7, 17})
@@ -181,9 +190,9 @@ TEST_F(ResizeReferenceTest, EveryTypeMatchesTheReference) {
             for (bool complex : {false, true})
               compareWithReference<decltype(zero)>(rng, m, n, p, taps, len, dim, complex);
   };
-  std::apply([&](auto... z) { (check(z), ...); },
-             std::tuple<double, float, std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t,
-                        std::int32_t>{});
+  std::apply(
+      [&](auto... z) { (check(z), ...); },
+      std::tuple<double, float, std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t, std::int32_t>{});
 }
 
 // Large enough that both kernels split into many tasks.
@@ -232,7 +241,8 @@ TEST(ResizeWorkItemTest, ItemsWriteOnlyTheirOwnColumns) {
   colBody(tbb::blocked_range<std::size_t>(5, 6));  // plane 1, column 1
   for (std::size_t j = 0; j < n * p; ++j)
     for (std::size_t i = 0; i < len; ++i)
-      EXPECT_EQ(cols[j * len + i], j == 5 ? src[5 * m + (2 * i) % m] + src[5 * m + (2 * i + 1) % m] : kUntouched) << j << i;
+      EXPECT_EQ(cols[j * len + i], j == 5 ? src[5 * m + (2 * i) % m] + src[5 * m + (2 * i + 1) % m] : kUntouched)
+          << j << i;
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 // boundaries.  Outputs start as a sentinel, so a write outside the range
 // shows.
 
+#include "resize/resize_lanes.hpp"
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -13,7 +15,6 @@
 #include <vector>
 
 #include "reference/resize_reference.hpp"
-#include "resize/resize_lanes.hpp"
 #include "resize_support.hpp"
 #include "targets.hpp"
 
@@ -82,8 +83,11 @@ void checkType() {
             std::vector<E> out(scale * rows + 2, E(77));
             qz::resizeRowColumn<E>(src.data(), scale * start, w.data(), o.data(), scale, taps, out.data() + 1,
                                    scale * rows);
-            expectOnly(out, [&](std::size_t e) { return e > 0 && e <= scale * rows; },
-                       [&](std::size_t e) { return plain(src.data() + scale * start + e - 1, w.data(), o.data(), scale, taps); });
+            expectOnly(
+                out, [&](std::size_t e) { return e > 0 && e <= scale * rows; },
+                [&](std::size_t e) {
+                  return plain(src.data() + scale * start + e - 1, w.data(), o.data(), scale, taps);
+                });
           }
     // Column items, a tile at a time; the last shape's taps spread over more
     // rows than a window holds.
@@ -91,15 +95,18 @@ void checkType() {
       for (std::size_t taps : kTaps)
         for (Range run : {Range{0, 21}, {3, 14}, {5, 5}, {1, 2}}) {
           std::size_t const m = shape.first, len = shape.second, first = run.first, last = run.second;
-          SCOPED_TRACE(testing::Message() << "items: rows " << m << " len " << len << " taps " << taps << " from " << first);
+          SCOPED_TRACE(testing::Message()
+                       << "items: rows " << m << " len " << len << " taps " << taps << " from " << first);
           auto const src = sources<E>(rng, m * 21);
           auto const w = weights(rng, taps * len);
           auto const o = offsets(rng, taps * len, m, 1);
           std::vector<E> dst(len * 21, E(77));
           qz::resizeColumnItems<E>(src.data(), dst.data(), w.data(), o.data(), m, len, taps, first, last);
-          expectOnly(dst, [&](std::size_t e) { return e / len >= first && e / len < last; }, [&](std::size_t e) {
-            return plain(src.data() + e / len * m, w.data() + e % len * taps, o.data() + e % len * taps, 1, taps);
-          });
+          expectOnly(
+              dst, [&](std::size_t e) { return e / len >= first && e / len < last; },
+              [&](std::size_t e) {
+                return plain(src.data() + e / len * m, w.data() + e % len * taps, o.data() + e % len * taps, 1, taps);
+              });
         }
     // Short columns, lanes across output columns: every plane, runs off
     // vector boundaries, and taps spread wider than a run (the plain rule's
@@ -109,8 +116,8 @@ void checkType() {
         for (std::size_t taps : {0, 1, 3, 8, 17, 40})
           for (Range run : {Range{0, 17}, {3, 12}, {8, 8}, {1, 2}}) {
             std::size_t const first = run.first, last = run.second;
-            SCOPED_TRACE(testing::Message() << "narrow: rows " << m << " columns " << srcCols << " taps " << taps
-                                            << " from " << first);
+            SCOPED_TRACE(testing::Message()
+                         << "narrow: rows " << m << " columns " << srcCols << " taps " << taps << " from " << first);
             std::size_t const planes = 2, len = 17;
             auto const src = sources<E>(rng, m * srcCols * planes);
             auto const w = weights(rng, taps * len);
@@ -119,11 +126,13 @@ void checkType() {
             qz::resizeRowColumnsNarrow<E>(src.data(), dst.data(), w.data(), o.data(), m, srcCols, len, taps, planes,
                                           first, last);
             auto column = [&](std::size_t e) { return e / m % len; };
-            expectOnly(dst, [&](std::size_t e) { return column(e) >= first && column(e) < last; }, [&](std::size_t e) {
-              std::size_t const plane = e / (m * len), row = e % m;
-              return plain(src.data() + plane * m * srcCols + row, w.data() + column(e) * taps,
-                           o.data() + column(e) * taps, 1, taps);
-            });
+            expectOnly(
+                dst, [&](std::size_t e) { return column(e) >= first && column(e) < last; },
+                [&](std::size_t e) {
+                  std::size_t const plane = e / (m * len), row = e % m;
+                  return plain(src.data() + plane * m * srcCols + row, w.data() + column(e) * taps,
+                               o.data() + column(e) * taps, 1, taps);
+                });
           }
   });
 }
