@@ -25,4 +25,10 @@ extern std::atomic<std::size_t> gLiveArrays;
 // this thread; true when it is the one the hook was armed to fail.
 bool injectFailureHere();
 
+// Large element blocks: a kept block of at least `bytes` (its real size in
+// `capacity`), or null; and the release of a block of `capacity` bytes,
+// which the runtime may keep for a later array instead of freeing it.
+void* takeCachedBlock(std::size_t bytes, std::size_t& capacity);
+void releaseBlock(void* p, std::size_t capacity);
+
 }  // namespace qzhost::detail

@@ -84,14 +84,21 @@ qzhost::ArrayPtr newArray(ndClassID cls, std::vector<std::size_t> dims, bool com
                           bool zero, Creator creator = Creator::Host) {
   std::size_t bytes = dataBytes(dims, cls, complex);
   if (form == qzhost::DimForm::Compact && dims.size() != 2) qzhost::raise("badCompactForm");
-  void* data = allocateData(bytes, zero, creator == Creator::Library && qzhost::detail::injectFailureHere());
+  bool const injected = creator == Creator::Library && qzhost::detail::injectFailureHere();
+  std::size_t capacity = bytes;
+  void* data = injected ? nullptr : qzhost::detail::takeCachedBlock(bytes, capacity);
+  if (data) {
+    if (zero) std::memset(data, 0, bytes);
+  } else {
+    data = allocateData(bytes, zero, injected);
+  }
   ndArray_tag* raw = nullptr;
   try {
     raw = ArrayAccess::make();
   } catch (std::bad_alloc const&) {
     // Report the header like the data, as the host's error, and do not lose
     // the data already taken.
-    std::free(data);
+    qzhost::detail::releaseBlock(data, capacity);
     qzhost::raise("outOfMemory");
   }
   auto& a = ArrayAccess::of(raw);
@@ -115,6 +122,7 @@ qzhost::ArrayPtr newArray(ndClassID cls, std::vector<std::size_t> dims, bool com
   a.flags.store(flags);
   a.classCode = cls;
   a.data = data;
+  a.dataCapacity = data ? capacity : 0;
   return handle;
 }
 
@@ -225,6 +233,8 @@ void destroyArray(ndArray_tag* a) {
   auto& s = ArrayAccess::of(a);
   if (s.release)
     s.release(s.releaseContext);
+  else if (s.dataCapacity)
+    qzhost::detail::releaseBlock(s.data, s.dataCapacity);
   else
     std::free(s.data);
   std::free(s.jc);

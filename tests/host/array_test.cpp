@@ -1,6 +1,8 @@
 // The host array as the library reads it: dimensions, class codes, sparse
 // storage, creatable classes and tolerated misuse.
 
+#include <algorithm>
+
 #include "qztest.hpp"
 
 using qzhost::DimForm;
@@ -49,4 +51,29 @@ TEST_F(ArrayTest, SparseScalarReadsAndMalformedLayouts) {
   EXPECT_QZ_ERROR(qzhost::makeSparse(3, 1, {0, 1}, {3}, {1.0}), "qzhost:badSparseLayout");
   EXPECT_QZ_ERROR(qzhost::makeSparse(3, 1, {1, 1}, {0}, {1.0}), "qzhost:badSparseLayout");
   EXPECT_QZ_ERROR(qzhost::makeSparse(3, 1, {0, 1}, {0}, {1.0, 2.0}), "qzhost:badSparseLayout");
+}
+
+// Large element blocks are kept on release and handed to the next array that
+// fits: zeroed again for a creation that promises zeros, never to an array
+// larger than the block, and not to one under half its size.
+TEST_F(ArrayTest, ReleasedLargeBlocksAreReusedZeroedAndOnlyWhereTheyFit) {
+  qzhost::trimBlockCache();
+  std::size_t const n = std::size_t{1} << 21;  // 16 MiB of doubles
+  void* kept = nullptr;
+  {
+    auto a = qzhost::makeArray(ndclass::Double, {n, 1});
+    kept = ndGetData(a.get());
+    std::memset(kept, 0xFF, n * sizeof(double));
+  }
+  std::pair<std::size_t, bool> const rows[] = {{2 * n, false}, {n / 2 - 1, false}, {n, true}};
+  for (auto const& [elements, reuses] : rows) {
+    auto b = matrix::detail::do_create_numeric(Dims{elements, 1}, ndclass::Double, ndREAL);
+    auto const* d = static_cast<double const*>(ndGetData(b.get()));
+    EXPECT_EQ(d == kept, reuses) << elements;
+    EXPECT_EQ(std::count(d, d + elements, 0.0), static_cast<std::ptrdiff_t>(elements)) << elements;
+  }
+  // Kept now: the two blocks that did not fit; the first went back to the
+  // last array, which was released in turn.
+  EXPECT_EQ(qzhost::trimBlockCache(), (2 * n + n / 2 - 1 + n) * sizeof(double));
+  EXPECT_EQ(qzhost::trimBlockCache(), 0u);
 }

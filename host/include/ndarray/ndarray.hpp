@@ -68,6 +68,7 @@ struct ArrayStorage {
   std::once_flag completeOnce;
   std::atomic<std::size_t> refCount{1};
   void* data = nullptr;
+  std::size_t dataCapacity = 0;  // bytes of an element block the runtime may keep on release; 0: free it
   // Sparse double: N+1 column starts and nzmax row indices.
   std::size_t* jc = nullptr;
   std::size_t* ir = nullptr;

@@ -111,6 +111,12 @@ QZHOST_API std::size_t liveArrays();
 // dimension read of a lazily held array before completion, ndFree of a
 // pointer it never handed out.  Always 0 in a correct library.
 QZHOST_API std::size_t contractViolations();
+// The element blocks of large arrays (4 MiB and more) are kept when the
+// array is released, a few of them and at most an eighth of the memory or
+// 512 MiB, and reused by the next array that fits, which then skips the
+// system's first-touch cost of fresh pages.  This gives them back to the
+// system now; it returns the bytes it freed.
+QZHOST_API std::size_t trimBlockCache();
 
 // ---- Warnings. ----------------------------------------------------------------
 struct Warning {
