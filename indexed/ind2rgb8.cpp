@@ -76,7 +76,7 @@ void launchLookup(T* x, std::size_t m, std::size_t n, std::uint8_t* out, ColourT
   }
 }
 
-#define QZ_INSTANTIATE_LOOKUP(T) \
+#define QZ_INSTANTIATE_LOOKUP(T, Class) \
   template void launchLookup<T>(T*, std::size_t, std::size_t, std::uint8_t*, ColourTables const&);
 QZ_FOR_EACH_INDEX_TYPE(QZ_INSTANTIATE_LOOKUP)
 #undef QZ_INSTANTIATE_LOOKUP
@@ -88,7 +88,9 @@ namespace qz {
 namespace {
 
 bool isIndexClass(ndClassID c) {
-  return c == ndclass::Double || c == ndclass::UInt8 || c == ndclass::UInt16 || c == ndclass::UInt32;
+#define QZ_IS_CLASS(T, Class) c == ndclass::Class ||
+  return QZ_FOR_EACH_INDEX_TYPE(QZ_IS_CLASS) false;
+#undef QZ_IS_CLASS
 }
 
 }  // namespace
@@ -150,10 +152,10 @@ void _ind2rgb8(int, OutputSlot* outputs, int numInputs, ndArray_tag const** inpu
   qz::ColourTables const tables{red.get(), green.get(), blue.get(), k};
 
   switch (ndGetClassID(x)) {
-    case ndclass::Double: lookUpAs<double>(x, m, n, out, tables); break;
-    case ndclass::UInt8: lookUpAs<std::uint8_t>(x, m, n, out, tables); break;
-    case ndclass::UInt16: lookUpAs<std::uint16_t>(x, m, n, out, tables); break;
-    case ndclass::UInt32: lookUpAs<std::uint32_t>(x, m, n, out, tables); break;
+#define QZ_LOOKUP_CASE(T, Class) \
+  case ndclass::Class: lookUpAs<T>(x, m, n, out, tables); break;
+    QZ_FOR_EACH_INDEX_TYPE(QZ_LOOKUP_CASE)
+#undef QZ_LOOKUP_CASE
     // Unreachable after the checks; the tables' owners give them back.
     default: ndErrMsgId(msg::unexpectedType());
   }

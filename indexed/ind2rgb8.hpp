@@ -73,13 +73,15 @@ struct ColourTables {
 template <class T>
 void launchLookup(T* x, std::size_t m, std::size_t n, std::uint8_t* out, ColourTables const& tables);
 
+// The index classes, as X(type, class) like QZ_FOR_EACH_NUMERIC_TYPE: the
+// one list behind the class check, the dispatch and the instances.
 #define QZ_FOR_EACH_INDEX_TYPE(X) \
-  X(double)                       \
-  X(std::uint8_t)                 \
-  X(std::uint16_t)                \
-  X(std::uint32_t)
+  X(double, Double)               \
+  X(std::uint8_t, UInt8)          \
+  X(std::uint16_t, UInt16)        \
+  X(std::uint32_t, UInt32)
 
-#define QZ_DECLARE_LOOKUP(T) \
+#define QZ_DECLARE_LOOKUP(T, Class) \
   extern template void launchLookup<T>(T*, std::size_t, std::size_t, std::uint8_t*, ColourTables const&);
 QZ_FOR_EACH_INDEX_TYPE(QZ_DECLARE_LOOKUP)
 #undef QZ_DECLARE_LOOKUP
