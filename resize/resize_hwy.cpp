@@ -205,6 +205,41 @@ constexpr std::size_t kWindowRows = 1024;
 constexpr std::size_t kMaxRun = 512;
 constexpr std::size_t kMaxLanes = HWY_MAX_BYTES / sizeof(double);
 
+// A run of outputs [i0, i1) whose taps all fall in the window's rows
+// [lo, lo + span); a run of one output wider than the window has span 0 and
+// takes the plain rule.
+struct WindowRun {
+  std::size_t i0, i1, lo, span;
+};
+constexpr std::size_t kRunsPerBatch = 64;
+
+// The runs from output i0 on, at most kRunsPerBatch of them; returns where
+// the next batch starts.  They depend on the filter only, so one batch
+// serves every tile of columns.
+inline std::size_t PlanRuns(std::size_t const* HWY_RESTRICT offsets, std::size_t dstRows, std::size_t taps,
+                            std::size_t i0, WindowRun* runs, std::size_t& count) {
+  count = 0;
+  while (i0 < dstRows && count < kRunsPerBatch) {
+    std::size_t lo = taps != 0 ? offsets[i0 * taps] : 0, hi = lo, i1 = i0;
+    for (; i1 < dstRows && i1 - i0 < kMaxRun; ++i1) {
+      std::size_t nlo = lo, nhi = hi;
+      for (std::size_t e = i1 * taps; e < (i1 + 1) * taps; ++e) {
+        nlo = std::min(nlo, offsets[e]);
+        nhi = std::max(nhi, offsets[e]);
+      }
+      if (nhi - nlo >= kWindowRows) break;
+      lo = nlo;
+      hi = nhi;
+    }
+    if (i1 == i0)
+      runs[count++] = {i0, i0 + 1, 0, 0};
+    else
+      runs[count++] = {i0, i1, lo, taps == 0 ? 0 : hi - lo + 1};
+    i0 = std::max(i1, i0 + 1);
+  }
+  return i0;
+}
+
 template <class E>
 void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
                  std::size_t const* HWY_RESTRICT offsets, std::size_t srcRows, std::size_t dstRows, std::size_t taps,
@@ -215,76 +250,69 @@ void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
   std::size_t const n = hn::Lanes(d);
   HWY_ALIGN double window[kWindowRows * kMaxLanes];
   E results[kMaxRun * kMaxLanes];
-  std::size_t j = first;
-  for (; j + n <= last; j += n) {
-    for (std::size_t i0 = 0; i0 < dstRows;) {
-      std::size_t lo = taps != 0 ? offsets[i0 * taps] : 0, hi = lo, i1 = i0;
-      for (; i1 < dstRows && i1 - i0 < kMaxRun; ++i1) {
-        std::size_t nlo = lo, nhi = hi;
-        for (std::size_t e = i1 * taps; e < (i1 + 1) * taps; ++e) {
-          nlo = std::min(nlo, offsets[e]);
-          nhi = std::max(nhi, offsets[e]);
+  WindowRun runs[kRunsPerBatch];
+  std::size_t const tiled = first + (last - first) / n * n;
+  for (std::size_t next = 0; next < dstRows && first < tiled;) {
+    std::size_t count = 0;
+    next = PlanRuns(offsets, dstRows, taps, next, runs, count);
+    for (std::size_t j = first; j < tiled; j += n) {
+      for (std::size_t q = 0; q < count; ++q) {
+        std::size_t const i0 = runs[q].i0, i1 = runs[q].i1, lo = runs[q].lo, span = runs[q].span;
+        if (span == 0 && taps != 0) {
+          for (std::size_t c = 0; c < n; ++c)
+            dst[(j + c) * dstRows + i0] =
+                PlainElement(src, (j + c) * srcRows, weights + i0 * taps, offsets + i0 * taps, 1, taps);
+          continue;
         }
-        if (nhi - nlo >= kWindowRows) break;
-        lo = nlo;
-        hi = nhi;
-      }
-      if (i1 == i0) {
+        E const* column = src + (j * srcRows + lo);
+        std::size_t r = 0;
+        if constexpr (hn::MaxLanes(d) == 4) {
+          for (; r + 4 <= span; r += 4)
+            hn::StoreInterleaved4(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r),
+                                  LoadWidened(d, column + 2 * srcRows + r),
+                                  LoadWidened(d, column + 3 * srcRows + r), d, window + r * 4);
+        } else if constexpr (hn::MaxLanes(d) == 2) {
+          for (; r + 2 <= span; r += 2)
+            hn::StoreInterleaved2(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r), d,
+                                  window + r * 2);
+        }
+        for (; r < span; ++r)
+          for (std::size_t c = 0; c < n; ++c) window[r * n + c] = static_cast<double>(column[c * srcRows + r]);
+        for (std::size_t i = i0; i < i1; ++i) {
+          double const* w = weights + i * taps;
+          std::size_t const* o = offsets + i * taps;
+          auto a = hn::Zero(d);
+          for (std::size_t k = 0; k < taps; ++k)
+            a = hn::Add(a, hn::Mul(hn::Load(d, window + (o[k] - lo) * n), hn::Set(d, w[k])));
+          StoreSum(d, a, results + (i - i0) * n);
+        }
+        // Back to columns: an interleaving load of four outputs' lanes gives
+        // four outputs of each column.
+        hn::Rebind<E, decltype(d)> de;
+        std::size_t i = i0;
+        if constexpr (hn::MaxLanes(d) == 4) {
+          for (; i + 4 <= i1; i += 4) {
+            hn::Vec<decltype(de)> v0, v1, v2, v3;
+            hn::LoadInterleaved4(de, results + (i - i0) * 4, v0, v1, v2, v3);
+            hn::StoreU(v0, de, dst + (j * dstRows + i));
+            hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
+            hn::StoreU(v2, de, dst + ((j + 2) * dstRows + i));
+            hn::StoreU(v3, de, dst + ((j + 3) * dstRows + i));
+          }
+        } else if constexpr (hn::MaxLanes(d) == 2) {
+          for (; i + 2 <= i1; i += 2) {
+            hn::Vec<decltype(de)> v0, v1;
+            hn::LoadInterleaved2(de, results + (i - i0) * 2, v0, v1);
+            hn::StoreU(v0, de, dst + (j * dstRows + i));
+            hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
+          }
+        }
         for (std::size_t c = 0; c < n; ++c)
-          dst[(j + c) * dstRows + i0] =
-              PlainElement(src, (j + c) * srcRows, weights + i0 * taps, offsets + i0 * taps, 1, taps);
-        ++i0;
-        continue;
+          for (std::size_t t = i; t < i1; ++t) dst[(j + c) * dstRows + t] = results[(t - i0) * n + c];
       }
-      std::size_t const span = taps == 0 ? 0 : hi - lo + 1;
-      E const* column = src + (j * srcRows + lo);
-      std::size_t r = 0;
-      if constexpr (hn::MaxLanes(d) == 4) {
-        for (; r + 4 <= span; r += 4)
-          hn::StoreInterleaved4(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r),
-                                LoadWidened(d, column + 2 * srcRows + r), LoadWidened(d, column + 3 * srcRows + r),
-                                d, window + r * 4);
-      } else if constexpr (hn::MaxLanes(d) == 2) {
-        for (; r + 2 <= span; r += 2)
-          hn::StoreInterleaved2(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r), d, window + r * 2);
-      }
-      for (; r < span; ++r)
-        for (std::size_t c = 0; c < n; ++c) window[r * n + c] = static_cast<double>(column[c * srcRows + r]);
-      for (std::size_t i = i0; i < i1; ++i) {
-        double const* w = weights + i * taps;
-        std::size_t const* o = offsets + i * taps;
-        auto a = hn::Zero(d);
-        for (std::size_t q = 0; q < taps; ++q)
-          a = hn::Add(a, hn::Mul(hn::Load(d, window + (o[q] - lo) * n), hn::Set(d, w[q])));
-        StoreSum(d, a, results + (i - i0) * n);
-      }
-      // Back to columns: an interleaving load of four outputs' lanes gives
-      // four outputs of each column.
-      hn::Rebind<E, decltype(d)> de;
-      std::size_t i = i0;
-      if constexpr (hn::MaxLanes(d) == 4) {
-        for (; i + 4 <= i1; i += 4) {
-          hn::Vec<decltype(de)> v0, v1, v2, v3;
-          hn::LoadInterleaved4(de, results + (i - i0) * 4, v0, v1, v2, v3);
-          hn::StoreU(v0, de, dst + (j * dstRows + i));
-          hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
-          hn::StoreU(v2, de, dst + ((j + 2) * dstRows + i));
-          hn::StoreU(v3, de, dst + ((j + 3) * dstRows + i));
-        }
-      } else if constexpr (hn::MaxLanes(d) == 2) {
-        for (; i + 2 <= i1; i += 2) {
-          hn::Vec<decltype(de)> v0, v1;
-          hn::LoadInterleaved2(de, results + (i - i0) * 2, v0, v1);
-          hn::StoreU(v0, de, dst + (j * dstRows + i));
-          hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
-        }
-      }
-      for (std::size_t c = 0; c < n; ++c)
-        for (std::size_t t = i; t < i1; ++t) dst[(j + c) * dstRows + t] = results[(t - i0) * n + c];
-      i0 = i1;
     }
   }
-  for (; j < last; ++j)
+  for (std::size_t j = tiled; j < last; ++j)
     for (std::size_t i = 0; i < dstRows; ++i)
       dst[j * dstRows + i] = PlainElement(src, j * srcRows, weights + i * taps, offsets + i * taps, 1, taps);
 }
