@@ -122,199 +122,154 @@ void RowColumn(E const* HWY_RESTRICT src, std::size_t base, double const* HWY_RE
   for (; r < rows; ++r) out[r] = PlainElement(src, base + r, w, o, scale, taps);
 }
 
-// The row kernel when a column is shorter than a vector (an interleaved
-// image's width pass, where a column is one pixel's channels): the lanes run
-// across the elements of a run of output columns, (column, row) in storage
-// order.  For each tap, a lane's source element and weight come from tables
-// built once per run and used for every plane; each plane's source span is
-// widened to double once and the lanes gather from it.  Runs whose taps are
-// too many or spread too wide for the tables take the plain rule.
-constexpr std::size_t kRunLanes = 256;
-constexpr std::size_t kMaxRunTaps = 32;
-constexpr std::size_t kSpanElements = 4096;
-
-template <class E>
-void RowColumnsNarrow(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
-                      std::size_t const* HWY_RESTRICT offsets, std::size_t rows, std::size_t srcCols,
-                      std::size_t dstCols, std::size_t taps, std::size_t planes, std::size_t first,
-                      std::size_t last) {
-  hn::ScalableTag<double> d;
-  hn::RebindToSigned<decltype(d)> di;
-  std::size_t const n = hn::Lanes(d), m = rows;
-  HWY_ALIGN std::int64_t index[kMaxRunTaps * kRunLanes];
-  HWY_ALIGN double weight[kMaxRunTaps * kRunLanes];
-  HWY_ALIGN double span[kSpanElements];
-  std::size_t const perRun = m == 0 ? 1 : std::max<std::size_t>(1, kRunLanes / m);
-  for (std::size_t i0 = first; i0 < last;) {
-    std::size_t const i1 = std::min(last, i0 + perRun), lanes = (i1 - i0) * m;
-    std::size_t lo = 0, hi = 0;
-    if (taps != 0) {
-      lo = hi = offsets[i0 * taps];
-      for (std::size_t e = i0 * taps; e < i1 * taps; ++e) {
-        lo = std::min(lo, offsets[e]);
-        hi = std::max(hi, offsets[e]);
-      }
-    }
-    if (taps > kMaxRunTaps || hi - lo >= kSpanElements - m) {
-      for (std::size_t p = 0; p < planes; ++p)
-        for (std::size_t i = i0; i < i1; ++i)
-          for (std::size_t r = 0; r < m; ++r)
-            dst[p * m * dstCols + i * m + r] =
-                PlainElement(src, p * m * srcCols + r, weights + i * taps, offsets + i * taps, 1, taps);
-      i0 = i1;
-      continue;
-    }
-    for (std::size_t k = 0; k < taps; ++k)
-      for (std::size_t i = i0; i < i1; ++i)
-        for (std::size_t r = 0; r < m; ++r) {
-          std::size_t const lane = (i - i0) * m + r;
-          index[k * kRunLanes + lane] = static_cast<std::int64_t>(offsets[i * taps + k] - lo + r);
-          weight[k * kRunLanes + lane] = weights[i * taps + k];
-        }
-    std::size_t const width = taps == 0 ? 0 : hi - lo + m;
-    for (std::size_t p = 0; p < planes; ++p) {
-      E const* from = src + (p * m * srcCols + lo);
-      for (std::size_t e = 0; e < width; ++e) span[e] = static_cast<double>(from[e]);
-      E* out = dst + (p * m * dstCols + i0 * m);
-      std::size_t lane = 0;
-      for (; lane + n <= lanes; lane += n) {
-        auto a = hn::Zero(d);
-        for (std::size_t k = 0; k < taps; ++k)
-          a = hn::Add(a, hn::Mul(hn::GatherIndex(d, span, hn::Load(di, index + k * kRunLanes + lane)),
-                                 hn::Load(d, weight + k * kRunLanes + lane)));
-        StoreSum(d, a, out + lane);
-      }
-      for (; lane < lanes; ++lane) {
-        std::size_t const i = i0 + lane / m, r = lane % m;
-        out[lane] = PlainElement(src, p * m * srcCols + r, weights + i * taps, offsets + i * taps, 1, taps);
-      }
-    }
-    i0 = i1;
-  }
-}
-
-// The column kernel on tiles of Lanes(d) columns.  A window of source rows
-// of the tile is widened to double and interleaved across the tile's
-// columns, so that a tap is one vector load for all of them; the results of
-// a run of output positions are kept per column and stored contiguously.
-// A run takes as many outputs as the window holds the taps of (up to
-// kMaxRun): long runs also keep the window's scalar stores well ahead of the
-// vector loads that read them.  An output whose taps alone spread wider
-// than the window takes the plain rule.
+// The column kernel, and the row kernel for columns of a few elements (an
+// interleaved image's width pass, where a column is one pixel's channels),
+// on tiles of Lanes(d) items.  An item's source starts at item * srcStride
+// and its output at item * dstStride; output position i has m consecutive
+// elements from i * m, element c the weighted sum of the source elements at
+// offsets[i * taps + k] + c (offsets count elements).  The column kernel is
+// m = 1 with a column per item; the narrow row kernel has a plane per item.
+//
+// A window of the tile's source elements is widened to double and
+// interleaved across the tile's items, so that a tap is one vector load for
+// all of them; the results of a run of output positions are kept per item
+// and stored contiguously.  A run takes as many positions as the window
+// holds the taps of (up to kMaxRun elements): long runs also keep the
+// window's stores well ahead of the vector loads that read them.  A
+// position whose taps alone spread wider than the window takes the plain
+// rule.
 constexpr std::size_t kWindowRows = 1024;
 constexpr std::size_t kMaxRun = 512;
 constexpr std::size_t kMaxLanes = HWY_MAX_BYTES / sizeof(double);
 
-// A run of outputs [i0, i1) whose taps all fall in the window's rows
-// [lo, lo + span); a run of one output wider than the window has span 0 and
-// takes the plain rule.
+// Positions [i0, i1) whose taps all fall in the window's elements
+// [lo, lo + span), or one position (plain) too wide for the window.
 struct WindowRun {
   std::size_t i0, i1, lo, span;
+  bool plain;
 };
 constexpr std::size_t kRunsPerBatch = 64;
 
-// The runs from output i0 on, at most kRunsPerBatch of them; returns where
-// the next batch starts.  They depend on the filter only, so one batch
-// serves every tile of columns.
-inline std::size_t PlanRuns(std::size_t const* HWY_RESTRICT offsets, std::size_t dstRows, std::size_t taps,
-                            std::size_t i0, WindowRun* runs, std::size_t& count) {
+// The runs from position i0 on (up to last), at most kRunsPerBatch of them;
+// returns where the next batch starts.  They depend on the filter only, so
+// one batch serves every tile.
+inline std::size_t PlanRuns(std::size_t const* HWY_RESTRICT offsets, std::size_t last, std::size_t taps,
+                            std::size_t m, std::size_t i0, WindowRun* runs, std::size_t& count) {
   count = 0;
-  while (i0 < dstRows && count < kRunsPerBatch) {
+  while (i0 < last && count < kRunsPerBatch) {
     std::size_t lo = taps != 0 ? offsets[i0 * taps] : 0, hi = lo, i1 = i0;
-    for (; i1 < dstRows && i1 - i0 < kMaxRun; ++i1) {
+    for (; i1 < last && (i1 - i0 + 1) * m <= kMaxRun; ++i1) {
       std::size_t nlo = lo, nhi = hi;
       for (std::size_t e = i1 * taps; e < (i1 + 1) * taps; ++e) {
         nlo = std::min(nlo, offsets[e]);
         nhi = std::max(nhi, offsets[e]);
       }
-      if (nhi - nlo >= kWindowRows) break;
+      if (nhi - nlo + m > kWindowRows) break;
       lo = nlo;
       hi = nhi;
     }
     if (i1 == i0)
-      runs[count++] = {i0, i0 + 1, 0, 0};
+      runs[count++] = {i0, i0 + 1, 0, 0, true};
     else
-      runs[count++] = {i0, i1, lo, taps == 0 ? 0 : hi - lo + 1};
-    i0 = std::max(i1, i0 + 1);
+      runs[count++] = {i0, i1, lo, taps == 0 ? 0 : hi - lo + m, false};
+    i0 = runs[count - 1].i1;
   }
   return i0;
 }
 
 template <class E>
-void ColumnItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
-                 std::size_t const* HWY_RESTRICT offsets, std::size_t srcRows, std::size_t dstRows, std::size_t taps,
-                 std::size_t first, std::size_t last) {
-  // Up to four columns a tile: their rows go into the window as one
+void TiledItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
+                std::size_t const* HWY_RESTRICT offsets, std::size_t m, std::size_t srcStride, std::size_t dstStride,
+                std::size_t iFirst, std::size_t iLast, std::size_t taps, std::size_t first, std::size_t last) {
+  // Up to four items a tile: their elements go into the window as one
   // interleaving store of four vectors.
   hn::CappedTag<double, 4> d;
   std::size_t const n = hn::Lanes(d);
   HWY_ALIGN double window[kWindowRows * kMaxLanes];
   E results[kMaxRun * kMaxLanes];
   WindowRun runs[kRunsPerBatch];
+  auto plain = [&](std::size_t j, std::size_t i) {
+    for (std::size_t c = 0; c < m; ++c)
+      dst[j * dstStride + i * m + c] = PlainElement(src, j * srcStride + c, weights + i * taps, offsets + i * taps, 1,
+                                                    taps);
+  };
   std::size_t const tiled = first + (last - first) / n * n;
-  for (std::size_t next = 0; next < dstRows && first < tiled;) {
+  for (std::size_t next = iFirst; next < iLast && first < tiled;) {
     std::size_t count = 0;
-    next = PlanRuns(offsets, dstRows, taps, next, runs, count);
+    next = PlanRuns(offsets, iLast, taps, m, next, runs, count);
     for (std::size_t j = first; j < tiled; j += n) {
       for (std::size_t q = 0; q < count; ++q) {
-        std::size_t const i0 = runs[q].i0, i1 = runs[q].i1, lo = runs[q].lo, span = runs[q].span;
-        if (span == 0 && taps != 0) {
-          for (std::size_t c = 0; c < n; ++c)
-            dst[(j + c) * dstRows + i0] =
-                PlainElement(src, (j + c) * srcRows, weights + i0 * taps, offsets + i0 * taps, 1, taps);
+        WindowRun const run = runs[q];
+        if (run.plain) {
+          for (std::size_t c = 0; c < n; ++c) plain(j + c, run.i0);
           continue;
         }
-        E const* column = src + (j * srcRows + lo);
+        E const* from = src + (j * srcStride + run.lo);
         std::size_t r = 0;
         if constexpr (hn::MaxLanes(d) == 4) {
-          for (; r + 4 <= span; r += 4)
-            hn::StoreInterleaved4(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r),
-                                  LoadWidened(d, column + 2 * srcRows + r),
-                                  LoadWidened(d, column + 3 * srcRows + r), d, window + r * 4);
+          for (; r + 4 <= run.span; r += 4)
+            hn::StoreInterleaved4(LoadWidened(d, from + r), LoadWidened(d, from + srcStride + r),
+                                  LoadWidened(d, from + 2 * srcStride + r), LoadWidened(d, from + 3 * srcStride + r),
+                                  d, window + r * 4);
         } else if constexpr (hn::MaxLanes(d) == 2) {
-          for (; r + 2 <= span; r += 2)
-            hn::StoreInterleaved2(LoadWidened(d, column + r), LoadWidened(d, column + srcRows + r), d,
-                                  window + r * 2);
+          for (; r + 2 <= run.span; r += 2)
+            hn::StoreInterleaved2(LoadWidened(d, from + r), LoadWidened(d, from + srcStride + r), d, window + r * 2);
         }
-        for (; r < span; ++r)
-          for (std::size_t c = 0; c < n; ++c) window[r * n + c] = static_cast<double>(column[c * srcRows + r]);
-        for (std::size_t i = i0; i < i1; ++i) {
+        for (; r < run.span; ++r)
+          for (std::size_t c = 0; c < n; ++c) window[r * n + c] = static_cast<double>(from[c * srcStride + r]);
+        for (std::size_t i = run.i0; i < run.i1; ++i) {
           double const* w = weights + i * taps;
           std::size_t const* o = offsets + i * taps;
-          auto a = hn::Zero(d);
-          for (std::size_t k = 0; k < taps; ++k)
-            a = hn::Add(a, hn::Mul(hn::Load(d, window + (o[k] - lo) * n), hn::Set(d, w[k])));
-          StoreSum(d, a, results + (i - i0) * n);
+          for (std::size_t c = 0; c < m; ++c) {
+            auto a = hn::Zero(d);
+            for (std::size_t k = 0; k < taps; ++k)
+              a = hn::Add(a, hn::Mul(hn::Load(d, window + (o[k] - run.lo + c) * n), hn::Set(d, w[k])));
+            StoreSum(d, a, results + ((i - run.i0) * m + c) * n);
+          }
         }
-        // Back to columns: an interleaving load of four outputs' lanes gives
-        // four outputs of each column.
+        // Back to items: an interleaving load of four outputs' lanes gives
+        // four outputs of each item.
         hn::Rebind<E, decltype(d)> de;
-        std::size_t i = i0;
+        std::size_t const elements = (run.i1 - run.i0) * m;
+        E* to = dst + (j * dstStride + run.i0 * m);
+        std::size_t t = 0;
         if constexpr (hn::MaxLanes(d) == 4) {
-          for (; i + 4 <= i1; i += 4) {
+          for (; t + 4 <= elements; t += 4) {
             hn::Vec<decltype(de)> v0, v1, v2, v3;
-            hn::LoadInterleaved4(de, results + (i - i0) * 4, v0, v1, v2, v3);
-            hn::StoreU(v0, de, dst + (j * dstRows + i));
-            hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
-            hn::StoreU(v2, de, dst + ((j + 2) * dstRows + i));
-            hn::StoreU(v3, de, dst + ((j + 3) * dstRows + i));
+            hn::LoadInterleaved4(de, results + t * 4, v0, v1, v2, v3);
+            hn::StoreU(v0, de, to + t);
+            hn::StoreU(v1, de, to + dstStride + t);
+            hn::StoreU(v2, de, to + 2 * dstStride + t);
+            hn::StoreU(v3, de, to + 3 * dstStride + t);
           }
         } else if constexpr (hn::MaxLanes(d) == 2) {
-          for (; i + 2 <= i1; i += 2) {
+          for (; t + 2 <= elements; t += 2) {
             hn::Vec<decltype(de)> v0, v1;
-            hn::LoadInterleaved2(de, results + (i - i0) * 2, v0, v1);
-            hn::StoreU(v0, de, dst + (j * dstRows + i));
-            hn::StoreU(v1, de, dst + ((j + 1) * dstRows + i));
+            hn::LoadInterleaved2(de, results + t * 2, v0, v1);
+            hn::StoreU(v0, de, to + t);
+            hn::StoreU(v1, de, to + dstStride + t);
           }
         }
         for (std::size_t c = 0; c < n; ++c)
-          for (std::size_t t = i; t < i1; ++t) dst[(j + c) * dstRows + t] = results[(t - i0) * n + c];
+          for (std::size_t u = t; u < elements; ++u) to[c * dstStride + u] = results[u * n + c];
       }
     }
   }
   for (std::size_t j = tiled; j < last; ++j)
-    for (std::size_t i = 0; i < dstRows; ++i)
-      dst[j * dstRows + i] = PlainElement(src, j * srcRows, weights + i * taps, offsets + i * taps, 1, taps);
+    for (std::size_t i = iFirst; i < iLast; ++i) plain(j, i);
+}
+
+template <class E>
+void ColumnItems(E const* src, E* dst, double const* weights, std::size_t const* offsets, std::size_t srcRows,
+                 std::size_t dstRows, std::size_t taps, std::size_t first, std::size_t last) {
+  TiledItems(src, dst, weights, offsets, 1, srcRows, dstRows, 0, dstRows, taps, first, last);
+}
+
+template <class E>
+void RowColumnsNarrow(E const* src, E* dst, double const* weights, std::size_t const* offsets, std::size_t rows,
+                      std::size_t srcCols, std::size_t dstCols, std::size_t taps, std::size_t planes,
+                      std::size_t first, std::size_t last) {
+  TiledItems(src, dst, weights, offsets, rows, rows * srcCols, rows * dstCols, first, last, taps, 0, planes);
 }
 
 }  // namespace

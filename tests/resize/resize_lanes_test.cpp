@@ -108,9 +108,9 @@ void checkType() {
                 return plain(src.data() + e / len * m, w.data() + e % len * taps, o.data() + e % len * taps, 1, taps);
               });
         }
-    // Short columns, lanes across output columns: every plane, runs off
-    // vector boundaries, and taps spread wider than a run (the plain rule's
-    // turn).
+    // Short columns (a pixel's channels), a tile of planes at a time: runs
+    // off vector boundaries, and taps spread wider than a window (the plain
+    // rule's turn).
     for (std::size_t m : {1, 2, 3, 7})
       for (std::size_t srcCols : {5, 3000})
         for (std::size_t taps : {0, 1, 3, 8, 17, 40})
@@ -118,7 +118,7 @@ void checkType() {
             std::size_t const first = run.first, last = run.second;
             SCOPED_TRACE(testing::Message()
                          << "narrow: rows " << m << " columns " << srcCols << " taps " << taps << " from " << first);
-            std::size_t const planes = 2, len = 17;
+            std::size_t const planes = 5, len = 17;  // a tile of four planes and one more
             auto const src = sources<E>(rng, m * srcCols * planes);
             auto const w = weights(rng, taps * len);
             auto const o = offsets(rng, taps * len, srcCols, m);
