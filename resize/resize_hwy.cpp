@@ -177,81 +177,123 @@ inline std::size_t PlanRuns(std::size_t const* HWY_RESTRICT offsets, std::size_t
   return i0;
 }
 
+#if HWY_TARGET != HWY_SCALAR
+// Four vectors of four doubles, v[c] holding elements r..r+3 of item c,
+// become t[q] holding element r+q of items 0..3.
+template <class D>
+HWY_INLINE void Transpose4(D d, hn::Vec<D> const* v, hn::Vec<D>* t) {
+  auto const a0 = hn::InterleaveLower(d, v[0], v[1]), a1 = hn::InterleaveUpper(d, v[0], v[1]);
+  auto const a2 = hn::InterleaveLower(d, v[2], v[3]), a3 = hn::InterleaveUpper(d, v[2], v[3]);
+  t[0] = hn::ConcatLowerLower(d, a2, a0);
+  t[1] = hn::ConcatLowerLower(d, a3, a1);
+  t[2] = hn::ConcatUpperUpper(d, a2, a0);
+  t[3] = hn::ConcatUpperUpper(d, a3, a1);
+}
+#endif
+
+// The sums of a tile, one group's lanes to each group's results.
+template <std::size_t kGroups, class D, class V, class E>
+HWY_INLINE void StoreGroups(D d, V a, E (*results)[kMaxRun * 4], std::size_t at) {
+  if constexpr (kGroups == 2) {
+#if HWY_TARGET != HWY_SCALAR
+    StoreSum(d, hn::LowerHalf(d, a), results[0] + at);
+    StoreSum(d, hn::UpperHalf(d, a), results[1] + at);
+#endif
+  } else {
+    StoreSum(d, a, results[0] + at);
+  }
+}
+
 template <class E>
 void TiledItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
                 std::size_t const* HWY_RESTRICT offsets, std::size_t m, std::size_t srcStride, std::size_t dstStride,
                 std::size_t iFirst, std::size_t iLast, std::size_t taps, std::size_t first, std::size_t last) {
-  // Up to four items a tile: their elements go into the window as one
-  // interleaving store of four vectors.
+  // Items go in groups of up to four (d), whose results return to their
+  // items by one de-interleaving load; a tile is one group, or two where a
+  // vector holds eight doubles (dt), the sums then running on both at once.
   hn::CappedTag<double, 4> d;
-  std::size_t const n = hn::Lanes(d);
+  constexpr std::size_t kGroups = hn::MaxLanes(hn::ScalableTag<double>()) >= 8 && hn::MaxLanes(d) == 4 ? 2 : 1;
+  hn::CappedTag<double, 4 * kGroups> dt;
+  std::size_t const n = hn::Lanes(d), nt = hn::Lanes(dt);
   HWY_ALIGN double window[kWindowRows * kMaxLanes];
-  E results[kMaxRun * kMaxLanes];
+  E results[kGroups][kMaxRun * 4];
   WindowRun runs[kRunsPerBatch];
   auto plain = [&](std::size_t j, std::size_t i) {
     for (std::size_t c = 0; c < m; ++c)
       dst[j * dstStride + i * m + c] = PlainElement(src, j * srcStride + c, weights + i * taps, offsets + i * taps, 1,
                                                     taps);
   };
-  std::size_t const tiled = first + (last - first) / n * n;
+  std::size_t const tiled = first + (last - first) / nt * nt;
   for (std::size_t next = iFirst; next < iLast && first < tiled;) {
     std::size_t count = 0;
     next = PlanRuns(offsets, iLast, taps, m, next, runs, count);
-    for (std::size_t j = first; j < tiled; j += n) {
+    for (std::size_t j = first; j < tiled; j += nt) {
       for (std::size_t q = 0; q < count; ++q) {
         WindowRun const run = runs[q];
         if (run.plain) {
-          for (std::size_t c = 0; c < n; ++c) plain(j + c, run.i0);
+          for (std::size_t c = 0; c < nt; ++c) plain(j + c, run.i0);
           continue;
         }
+        // The window: element r of the run's span for item c at r * nt + c.
         E const* from = src + (j * srcStride + run.lo);
         std::size_t r = 0;
+#if HWY_TARGET != HWY_SCALAR
         if constexpr (hn::MaxLanes(d) == 4) {
           for (; r + 4 <= run.span; r += 4)
-            hn::StoreInterleaved4(LoadWidened(d, from + r), LoadWidened(d, from + srcStride + r),
-                                  LoadWidened(d, from + 2 * srcStride + r), LoadWidened(d, from + 3 * srcStride + r),
-                                  d, window + r * 4);
+            for (std::size_t g = 0; g < kGroups; ++g) {
+              E const* at = from + 4 * g * srcStride + r;
+              hn::Vec<decltype(d)> v[4] = {LoadWidened(d, at), LoadWidened(d, at + srcStride),
+                                           LoadWidened(d, at + 2 * srcStride), LoadWidened(d, at + 3 * srcStride)};
+              hn::Vec<decltype(d)> t[4];
+              Transpose4(d, v, t);
+              for (std::size_t u = 0; u < 4; ++u) hn::Store(t[u], d, window + (r + u) * nt + 4 * g);
+            }
         } else if constexpr (hn::MaxLanes(d) == 2) {
           for (; r + 2 <= run.span; r += 2)
             hn::StoreInterleaved2(LoadWidened(d, from + r), LoadWidened(d, from + srcStride + r), d, window + r * 2);
         }
+#endif
         for (; r < run.span; ++r)
-          for (std::size_t c = 0; c < n; ++c) window[r * n + c] = static_cast<double>(from[c * srcStride + r]);
+          for (std::size_t c = 0; c < nt; ++c) window[r * nt + c] = static_cast<double>(from[c * srcStride + r]);
+        // Element e of the run is element e % m of position i0 + e / m.
+        std::size_t e = 0;
         for (std::size_t i = run.i0; i < run.i1; ++i) {
           double const* w = weights + i * taps;
           std::size_t const* o = offsets + i * taps;
-          for (std::size_t c = 0; c < m; ++c) {
-            auto a = hn::Zero(d);
+          for (std::size_t c = 0; c < m; ++c, ++e) {
+            auto a = hn::Zero(dt);
             for (std::size_t k = 0; k < taps; ++k)
-              a = hn::Add(a, hn::Mul(hn::Load(d, window + (o[k] - run.lo + c) * n), hn::Set(d, w[k])));
-            StoreSum(d, a, results + ((i - run.i0) * m + c) * n);
+              a = hn::Add(a, hn::Mul(hn::Load(dt, window + (o[k] - run.lo + c) * nt), hn::Set(dt, w[k])));
+            StoreGroups<kGroups>(d, a, results, e * n);
           }
         }
         // Back to items: an interleaving load of four outputs' lanes gives
-        // four outputs of each item.
+        // four outputs of each item of a group.
         hn::Rebind<E, decltype(d)> de;
-        std::size_t const elements = (run.i1 - run.i0) * m;
-        E* to = dst + (j * dstStride + run.i0 * m);
-        std::size_t t = 0;
-        if constexpr (hn::MaxLanes(d) == 4) {
-          for (; t + 4 <= elements; t += 4) {
-            hn::Vec<decltype(de)> v0, v1, v2, v3;
-            hn::LoadInterleaved4(de, results + t * 4, v0, v1, v2, v3);
-            hn::StoreU(v0, de, to + t);
-            hn::StoreU(v1, de, to + dstStride + t);
-            hn::StoreU(v2, de, to + 2 * dstStride + t);
-            hn::StoreU(v3, de, to + 3 * dstStride + t);
+        for (std::size_t g = 0; g < kGroups; ++g) {
+          E const* res = results[g];
+          E* to = dst + ((j + g * n) * dstStride + run.i0 * m);
+          std::size_t t = 0;
+          if constexpr (hn::MaxLanes(d) == 4) {
+            for (; t + 4 <= e; t += 4) {
+              hn::Vec<decltype(de)> v0, v1, v2, v3;
+              hn::LoadInterleaved4(de, res + t * 4, v0, v1, v2, v3);
+              hn::StoreU(v0, de, to + t);
+              hn::StoreU(v1, de, to + dstStride + t);
+              hn::StoreU(v2, de, to + 2 * dstStride + t);
+              hn::StoreU(v3, de, to + 3 * dstStride + t);
+            }
+          } else if constexpr (hn::MaxLanes(d) == 2) {
+            for (; t + 2 <= e; t += 2) {
+              hn::Vec<decltype(de)> v0, v1;
+              hn::LoadInterleaved2(de, res + t * 2, v0, v1);
+              hn::StoreU(v0, de, to + t);
+              hn::StoreU(v1, de, to + dstStride + t);
+            }
           }
-        } else if constexpr (hn::MaxLanes(d) == 2) {
-          for (; t + 2 <= elements; t += 2) {
-            hn::Vec<decltype(de)> v0, v1;
-            hn::LoadInterleaved2(de, results + t * 2, v0, v1);
-            hn::StoreU(v0, de, to + t);
-            hn::StoreU(v1, de, to + dstStride + t);
-          }
+          for (std::size_t c = 0; c < n; ++c)
+            for (std::size_t u = t; u < e; ++u) to[c * dstStride + u] = res[u * n + c];
         }
-        for (std::size_t c = 0; c < n; ++c)
-          for (std::size_t u = t; u < elements; ++u) to[c * dstStride + u] = results[u * n + c];
       }
     }
   }

@@ -118,7 +118,7 @@ void checkType() {
             std::size_t const first = run.first, last = run.second;
             SCOPED_TRACE(testing::Message()
                          << "narrow: rows " << m << " columns " << srcCols << " taps " << taps << " from " << first);
-            std::size_t const planes = 5, len = 17;  // a tile of four planes and one more
+            std::size_t const planes = 9, len = 17;  // a tile of eight planes (or two of four) and one more
             auto const src = sources<E>(rng, m * srcCols * planes);
             auto const w = weights(rng, taps * len);
             auto const o = offsets(rng, taps * len, srcCols, m);
