@@ -173,23 +173,17 @@ TEST_F(ColorTest, EveryClassMatchesTheReferencesOnEveryKernel) {
 // so the four paths see the same colours.  The nominal hue is the same on
 // either side of a tie; the reference fixes which side the bits come from.
 TEST_F(ColorTest, HsvOfEverySectorAndTieOnEveryPath) {
+  // The primaries, grays, the ties (red = green > blue is in the red
+  // sector, red = blue > green red counted back from magenta, green = blue >
+  // red the green sector), then a colour in each sector's halves.
+  // clang-format off
   double const rows[][4] = {
-      {1, 0, 0, 0},
-      {0, 1, 0, 1.0 / 3},
-      {0, 0, 1, 2.0 / 3},
-      {1, 1, 1, 0},
-      {0, 0, 0, 0},
-      {0.6, 0.6, 0.6, 0},
-      {1, 1, 0, 1.0 / 6},  // red = green > blue: the red sector
-      {1, 0, 1, 5.0 / 6},  // red = blue > green: red, counted back from magenta
-      {0, 1, 1, 0.5},      // green = blue > red: the green sector
-      {1, 0.6, 0.2, 1.0 / 12},
-      {1, 0.2, 0.6, 11.0 / 12},
-      {0.6, 1, 0.2, 0.25},
-      {0.2, 1, 0.6, 5.0 / 12},
-      {0.2, 0.6, 1, 7.0 / 12},
-      {0.6, 0.2, 1, 0.75},
+      {1, 0, 0, 0}, {0, 1, 0, 1.0 / 3}, {0, 0, 1, 2.0 / 3}, {1, 1, 1, 0}, {0, 0, 0, 0}, {0.6, 0.6, 0.6, 0},
+      {1, 1, 0, 1.0 / 6}, {1, 0, 1, 5.0 / 6}, {0, 1, 1, 0.5},
+      {1, 0.6, 0.2, 1.0 / 12}, {1, 0.2, 0.6, 11.0 / 12}, {0.6, 1, 0.2, 0.25}, {0.2, 1, 0.6, 5.0 / 12},
+      {0.2, 0.6, 1, 7.0 / 12}, {0.6, 0.2, 1, 0.75},
   };
+  // clang-format on
   std::size_t const p = std::size(rows);
   auto check = [&](auto unit, auto scale) {  // the output's class is that of scale
     using In = decltype(unit);

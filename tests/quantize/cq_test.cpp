@@ -1,27 +1,66 @@
-// cq's gateway: the order of its checks, how the colour count is read, the
-// outputs it writes for each number asked, and the class of the index image.
+// cq: the gateway's checks in order, how the colour count is read, the
+// outputs it writes for each number asked and the class of the index image;
+// the quantiser against the plain reference quantiser (exact on small
+// images, rounding included on a photo), its single-precision square-sum
+// tables, 64-bit channel sums, and the few rules a whole run cannot reach.
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <memory>
+#include <random>
 
 #include "builtin_args.hpp"
-#include "cq_support.hpp"
+#include "photos.hpp"
+#include "quantize/quantize.hpp"
+#include "qzimages/qzimages.hpp"
+#include "reference/cq_reference.hpp"
 
 namespace {
 
-using cqtest::CqResult;
-using cqtest::Rgb;
-using cqtest::rgbImage;
-using cqtest::runCq;
 using qzhost::ArrayPtr;
 using qztest::args;
 using qztest::scalar;
 using CqGatewayTest = qztest::HostTest;
+using QuantizeTest = qztest::HostTest;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kTwo64 = 18446744073709551616.0;
+using Rgb = std::array<std::uint8_t, 3>;
+
+// An M-by-N-by-3 uint8 image from pixels in column-major order.
+ArrayPtr rgbImage(std::size_t m, std::size_t n, std::vector<Rgb> const& pixels) {
+  std::vector<std::uint8_t> planar(3 * m * n);
+  for (std::size_t p = 0; p < m * n; ++p)
+    for (std::size_t c = 0; c < 3; ++c) planar[c * m * n + p] = pixels.at(p)[c];
+  return qztest::makeFrom<std::uint8_t>({m, n, 3}, planar);
+}
+
+struct CqResult {
+  std::vector<Rgb> map;
+  ndClassID indexClass = 0;
+  std::vector<std::size_t> indexDims;
+  std::vector<std::uint16_t> index;  // widened from uint8 when narrow
+};
+
+// Calls cq asking for both outputs and reads them back.
+CqResult runCq(ndArray_tag const* image, double colors) {
+  auto k = scalar(colors);
+  auto out = qztest::call(pximages::_cq, 2, {image, k.get()});
+  auto const dims = qzhost::dimsOf(out[0].get());
+  auto const bytes = qztest::valuesOf<std::uint8_t>(out[0].get());
+  EXPECT_TRUE(ndGetClassID(out[0].get()) == ndclass::UInt8 && dims.size() == 2 && dims[1] == 3);
+  CqResult r{{}, ndGetClassID(out[1].get()), qzhost::dimsOf(out[1].get()), {}};
+  for (std::size_t i = 0; i < dims[0]; ++i) r.map.push_back({bytes[i], bytes[dims[0] + i], bytes[2 * dims[0] + i]});
+  if (r.indexClass == ndclass::UInt8)
+    for (auto v : qztest::valuesOf<std::uint8_t>(out[1].get())) r.index.push_back(v);
+  else
+    r.index = qztest::valuesOf<std::uint16_t>(out[1].get());
+  return r;
+}
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kInf = std::numeric_limits<double>::infinity(),
+                 kTwo64 = 18446744073709551616.0;
 
 ArrayPtr image(std::vector<std::size_t> dims, ndClassID cls = ndclass::UInt8, bool complex = false,
                qzhost::DimForm form = qzhost::DimForm::Full) {
@@ -32,6 +71,7 @@ ArrayPtr rgb() { return image({2, 2, 3}); }
 // Each case is wrong in the way its key names; where a second fault is
 // added, the earlier check must win.
 TEST_F(CqGatewayTest, ChecksRunInOrderAndTheFirstFailureWins) {
+  // clang-format off
   struct {
     char const* key;
     std::function<std::vector<ArrayPtr>()> inputs;
@@ -64,6 +104,7 @@ TEST_F(CqGatewayTest, ChecksRunInOrderAndTheFirstFailureWins) {
       {"tooManyColors", [] { return args(rgb(), scalar(65537)); }},
       {"tooManyColors", [] { return args(rgb(), scalar(std::nextafter(kTwo64, 0.0))); }},
   };
+  // clang-format on
   int row = 0;
   for (auto const& c : cases) {
     std::vector<ArrayPtr> owned = c.inputs();
@@ -137,6 +178,166 @@ TEST_F(CqGatewayTest, IndexImageIsUint16OnlyWhenMoreThan256ColoursCameOut) {
   for (std::size_t p = 0; p < distinct.size(); ++p) EXPECT_EQ(r.map.at(r.index[p]), distinct[p]) << p;
   distinct.resize(256);
   EXPECT_EQ(runCq(rgbImage(16, 16, distinct).get(), 1000).indexClass, ndclass::UInt8);
+}
+
+std::vector<std::uint8_t> randomPlanes(std::mt19937& rng, std::size_t pixels, int maxValue) {
+  std::uniform_int_distribution<int> v(0, maxValue);
+  std::vector<std::uint8_t> planar(3 * pixels);
+  for (auto& x : planar) x = static_cast<std::uint8_t>(v(rng));
+  return planar;
+}
+
+// The histogram and prefix tables of a planar image; labels get cell codes.
+std::unique_ptr<qz::MomentTables> momentsOf(std::vector<std::uint8_t> const& planar,
+                                            std::vector<std::uint16_t>& labels) {
+  std::size_t const pixels = planar.size() / 3;
+  auto m = std::make_unique<qz::MomentTables>();
+  labels.resize(pixels);
+  qz::clearMoments(*m);
+  qz::buildColorHistogram(*m, planar.data(), planar.data() + pixels, planar.data() + 2 * pixels, pixels, labels.data());
+  return m;
+}
+
+void expectSameAsReference(std::vector<std::uint8_t> const& planar, std::size_t m, std::size_t n, std::size_t K) {
+  qzref::Result want = qzref::quantize(planar, m * n, K);
+  auto image = qztest::makeFrom<std::uint8_t>({m, n, 3}, planar);
+  CqResult got = runCq(image.get(), static_cast<double>(K));
+  EXPECT_EQ(got.map, want.colors) << m << "x" << n << " K=" << K;
+  EXPECT_EQ(got.index, want.labels) << m << "x" << n << " K=" << K;
+  EXPECT_EQ(got.indexClass, want.colors.size() > 256 ? ndclass::UInt16 : ndclass::UInt8);
+}
+
+// Below 2^23 in total every float square sum is an exact integer, so the run
+// is fixed by exact statistics and must match colour for colour and label for
+// label, ties included: the highest score with the lowest index, red before
+// green before blue, the lower part of a cut keeping its slot.
+TEST_F(QuantizeTest, SmallImagesMatchTheReferenceExactly) {
+  std::mt19937 rng(2026);
+  struct Shape {
+    std::size_t m, n;
+    int maxValue;
+  };
+  for (Shape s : {Shape{5, 8, 255}, Shape{20, 30, 63}, Shape{31, 29, 40}, Shape{50, 50, 24}})
+    for (int rep = 0; rep < 3; ++rep) {
+      auto planar = randomPlanes(rng, s.m * s.n, s.maxValue);
+      for (std::size_t K : {1, 2, 3, 5, 13, 40, 1000}) expectSameAsReference(planar, s.m, s.n, K);
+    }
+  // The corners of a cube of cells, twice each: every cut score and box
+  // variance ties.
+  std::vector<std::uint8_t> corners(3 * 16);
+  for (std::size_t p = 0; p < 16; ++p)
+    for (int c = 0; c < 3; ++c) corners[c * 16 + p] = (p >> c) & 1 ? 48 : 16;
+  for (std::size_t K : {2, 3, 4, 5, 7, 8, 9}) expectSameAsReference(corners, 4, 4, K);
+}
+
+// On a photo the float square sums round; the reference follows the same
+// single-precision recurrence for them and takes everything else from exact
+// scans.
+TEST_F(QuantizeTest, APhotoMatchesTheReference) {
+  auto photo = qztest::loadSamplePhoto("coffee.png");
+  for (std::size_t K : {2, 24, 64}) expectSameAsReference(photo.planar, photo.rows, photo.cols, K);
+}
+
+// Each square-sum entry must be the single-precision result of the running
+// recurrence, not a wider or reassociated one; a megapixel pushes the sums
+// far past 2^24.
+TEST_F(QuantizeTest, SquareSumTablesRoundInSinglePrecision) {
+  std::mt19937 rng(99);
+  for (auto const& planar : {qztest::loadSamplePhoto("chelsea.png").planar, randomPlanes(rng, 1 << 20, 255)}) {
+    std::vector<std::uint16_t> labels;
+    auto m = momentsOf(planar, labels);
+    qz::accumulateMoments(*m);
+    qzref::Histogram h(planar.data(), planar.size() / 3);
+    std::size_t bad = 0;
+    for (int r = 0; r <= 32; ++r)
+      for (int g = 0; g <= 32; ++g)
+        for (int b = 0; b <= 32; ++b)
+          bad += m->squares[qz::cellCode(r, g, b)] != ((r && g && b) ? h.floatTotal(r, g, b) : 0.0f);
+    EXPECT_EQ(bad, 0u);
+  }
+}
+
+// Whole runs cannot see where a cut lies between occupied planes; the best
+// cut of random boxes along every axis must be the reference's, lowest
+// position on a tie.
+TEST_F(QuantizeTest, BestCutsMatchTheReference) {
+  std::mt19937 rng(4);
+  std::uniform_int_distribution<int> c(0, 32);
+  for (int maxValue : {255, 20}) {
+    auto planar = randomPlanes(rng, 997, maxValue);
+    std::vector<std::uint16_t> labels;
+    auto m = momentsOf(planar, labels);
+    qz::accumulateMoments(*m);
+    qzref::Histogram h(planar.data(), 997);
+    for (int i = 0; i < 40; ++i) {
+      int v[6];
+      for (int& x : v) x = c(rng);
+      int lo[3], hi[3];  // red, green, blue
+      for (int a = 0; a < 3; ++a) lo[a] = std::min(v[2 * a], v[2 * a + 1]), hi[a] = std::max(v[2 * a], v[2 * a + 1]);
+      if (i == 0) lo[0] = lo[1] = lo[2] = 0, hi[0] = hi[1] = hi[2] = 32;
+      qz::ColorBox box{lo[0], hi[0], lo[1], hi[1], lo[2], hi[2], (hi[0] - lo[0]) * (hi[1] - lo[1]) * (hi[2] - lo[2])};
+      qzref::Box ref{{lo[0], lo[1], lo[2]}, {hi[0], hi[1], hi[2]}};
+      qzref::CellStats whole = h.stats(ref);
+      for (int a = 0; a < 3; ++a) {
+        auto const axis = static_cast<qz::SplitAxis>(2 - a);  // the library's codes run blue, green, red
+        qz::Cut got = qz::bestCut(*m, box, axis, lo[a] + 1, hi[a], whole.red, whole.green, whole.blue, whole.count);
+        qzref::BestCut want = qzref::bestCut(h, ref, a);
+        EXPECT_EQ(got.score, want.score) << "box " << i << " axis " << a;
+        EXPECT_EQ(got.position, want.position) << "box " << i << " axis " << a;
+      }
+    }
+  }
+}
+
+// A cell holding more than a 32-bit channel sum can take; another cell last,
+// so the big one is not the final one touched.
+TEST_F(QuantizeTest, ChannelSumsStayExactPast32Bits) {
+  std::size_t const pixels = (std::size_t{1} << 24) + 4099;
+  std::vector<std::uint8_t> planar(3 * pixels, 255);
+  planar[pixels - 1] = 0;
+  std::vector<std::uint16_t> labels;
+  auto m = momentsOf(planar, labels);
+  auto const white = qz::cellCode(32, 32, 32), other = qz::cellCode(1, 32, 32);
+  auto const n = static_cast<std::int64_t>(pixels - 1);
+  EXPECT_EQ((std::vector<std::int64_t>{m->weight[white], m->red[white], m->green[white], m->blue[white]}),
+            (std::vector<std::int64_t>{n, 255 * n, 255 * n, 255 * n}));
+  EXPECT_EQ((std::vector<std::int64_t>{m->weight[other], m->red[other], m->green[other]}),
+            (std::vector<std::int64_t>{1, 0, 255}));
+  EXPECT_EQ(labels[pixels - 1], other);
+}
+
+// Without the index image the labels are left as cell codes.
+TEST_F(QuantizeTest, WithoutTheIndexImageTheLabelsKeepTheCellCodes) {
+  std::vector<std::uint8_t> planar = {0, 255, 8, 0, 255, 17, 7, 255, 250};
+  std::vector<std::uint16_t> labels(3);
+  std::uint8_t r[4], g[4], b[4];
+  EXPECT_EQ(
+      qz::quantizeColors(planar.data(), planar.data() + 3, planar.data() + 6, 3, r, g, b, 4, labels.data(), false), 3u);
+  EXPECT_EQ(labels,
+            (std::vector<std::uint16_t>{qz::cellCode(1, 1, 1), qz::cellCode(32, 32, 32), qz::cellCode(2, 3, 32)}));
+}
+
+TEST_F(QuantizeTest, AnAxisCodeOutsideTheThreeIsAnInternalError) {
+  auto m = std::make_unique<qz::MomentTables>();
+  qz::ColorBox box{0, 32, 0, 32, 0, 32, 32768};
+  for (qz::SplitAxis axis : {qz::SplitAxis{3}, qz::SplitAxis{255}}) {
+    EXPECT_QZ_ERROR(qz::boxFixedPart(box, axis, m->weight), "ORRERY:images:cq:internalBadDirValue");
+    EXPECT_QZ_ERROR(qz::boxMovingPart(box, axis, 5, m->red), "ORRERY:images:cq:internalBadDirValue");
+  }
+}
+
+// A square sum below its squared-mean term (rounding does this on real
+// images) still scores the size of the difference.
+TEST_F(QuantizeTest, BoxVarianceIsTakenAsAMagnitude) {
+  auto m = std::make_unique<qz::MomentTables>();
+  qz::clearMoments(*m);
+  int const cell = qz::cellCode(1, 1, 1);
+  m->weight[cell] = 3;
+  m->red[cell] = 30;
+  m->green[cell] = 3;
+  m->squares[cell] = 300.0f;  // 900 + 9 over 3 is 303
+  qz::accumulateMoments(*m);
+  EXPECT_EQ(qz::boxVariance(*m, qz::ColorBox{0, 1, 0, 1, 0, 1, 1}), 3.0f);
 }
 
 }  // namespace

@@ -36,10 +36,7 @@ class Histogram {
     for (std::size_t p = 0; p < pixels; ++p) {
       std::uint8_t r = planar[p], g = planar[pixels + p], b = planar[2 * pixels + p];
       CellStats& c = cell(cellIndex(r), cellIndex(g), cellIndex(b));
-      c.count += 1;
-      c.red += r;
-      c.green += g;
-      c.blue += b;
+      c.count += 1, c.red += r, c.green += g, c.blue += b;
       std::uint32_t sq = std::uint32_t(r) * r + std::uint32_t(g) * g + std::uint32_t(b) * b;
       floatCells_[(cellIndex(r) * 32 + cellIndex(g)) * 32 + cellIndex(b)] += float(sq);
     }
@@ -56,10 +53,7 @@ class Histogram {
       for (int g = x.lo[1]; g < x.hi[1]; ++g)
         for (int b = x.lo[2]; b < x.hi[2]; ++b) {
           CellStats const& c = cell(r, g, b);
-          s.count += c.count;
-          s.red += c.red;
-          s.green += c.green;
-          s.blue += c.blue;
+          s.count += c.count, s.red += c.red, s.green += c.green, s.blue += c.blue;
         }
     return s;
   }
@@ -133,10 +127,7 @@ inline BestCut bestCut(Histogram const& h, Box const& x, int a) {
     if (low.count == 0 || highCount == 0) continue;
     float s = squaredMeans(whole.red - low.red, whole.green - low.green, whole.blue - low.blue, highCount) +
               squaredMeans(low.red, low.green, low.blue, low.count);
-    if (s > best.score) {
-      best.score = s;
-      best.position = pos;
-    }
+    if (s > best.score) best = {s, pos};
   }
   return best;
 }

@@ -41,6 +41,7 @@ using ImresizeTest = HostTest;
 // added, the earlier check must win.  A failed check leaves the slot as it
 // was.
 TEST_F(ImresizeTest, ChecksRunInOrderAndTheFirstFailureIsRaised) {
+  // clang-format off
   struct {
     char const* key;  // after "ORRERY:images:resizeDim:"
     std::function<void(Args&)> change;
@@ -48,62 +49,24 @@ TEST_F(ImresizeTest, ChecksRunInOrderAndTheFirstFailureIsRaised) {
       {"notThreeArgs", [](Args& s) { s.count = 0; }},
       {"notThreeArgs", [](Args& s) { s.count = 5; }},
       {"notThreeArgs", [](Args& s) { s.count = 3, s.a = sparse2x2(); }},
-      {"invalidImage",
-       [](Args& s) {
-         s.a = image(ndclass::Cell, {2, 3});
-       }},
-      {"invalidImage",
-       [](Args& s) {
-         s.a = image(40, {2, 3});
-       }},
+      {"invalidImage", [](Args& s) { s.a = image(ndclass::Cell, {2, 3}); }},
+      {"invalidImage", [](Args& s) { s.a = image(40, {2, 3}); }},
       {"invalidImage", [](Args& s) { s.a = sparse2x2(); }},
-      {"invalidImage",
-       [](Args& s) {
-         s.a = image(ndclass::Char, {2, 3, 2, 2});
-       }},
-      {"tooManyDims",
-       [](Args& s) {
-         s.a = image(ndclass::Double, {2, 3, 1, 2}), s.w = image(ndclass::Single, {2, 2});
-       }},
-      {"badWeights",
-       [](Args& s) {
-         s.w = image(ndclass::Single, {2, 2, 2}), s.x = image(ndclass::Int32, {2, 2});
-       }},
-      {"badWeights",
-       [](Args& s) {
-         s.w = doubles({2, 2, 2}), s.x = image(ndclass::Int32, {2, 2});
-       }},
-      {"badWeights",
-       [](Args& s) {
-         s.w = image(ndclass::Single, {2, 2});
-       }},
+      {"invalidImage", [](Args& s) { s.a = image(ndclass::Char, {2, 3, 2, 2}); }},
+      {"tooManyDims", [](Args& s) { s.a = doubles({2, 3, 1, 2}), s.w = image(ndclass::Single, {2, 2}); }},
+      {"badWeights", [](Args& s) { s.w = image(ndclass::Single, {2, 2, 2}), s.x = image(ndclass::Int32, {2, 2}); }},
+      {"badWeights", [](Args& s) { s.w = doubles({2, 2, 2}), s.x = image(ndclass::Int32, {2, 2}); }},
+      {"badWeights", [](Args& s) { s.w = image(ndclass::Single, {2, 2}); }},
       {"badWeights", [](Args& s) { s.w = sparse2x2(); }},
-      {"badIndices",
-       [](Args& s) {
-         s.x = image(ndclass::Single, {3, 2});
-       }},
-      {"badIndices",
-       [](Args& s) {
-         s.x = qzhost::makeSparse(2, 3, {0, 0, 0, 0}, {}, {});
-       }},
-      {"sizeMismatch",
-       [](Args& s) {
-         s.x = doubles({2, 2, 2});
-       }},
-      {"sizeMismatch",
-       [](Args& s) {
-         s.w = doubles({5, 2}), s.x = doubles({2, 5});
-       }},
-      {"sizeMismatch",
-       [](Args& s) {
-         s.x = doubles({2, 3}), s.d = image(ndclass::Single, {1, 1});
-       }},
+      {"badIndices", [](Args& s) { s.x = image(ndclass::Single, {3, 2}); }},
+      {"badIndices", [](Args& s) { s.x = qzhost::makeSparse(2, 3, {0, 0, 0, 0}, {}, {}); }},
+      {"sizeMismatch", [](Args& s) { s.x = doubles({2, 2, 2}); }},
+      {"sizeMismatch", [](Args& s) { s.w = doubles({5, 2}), s.x = doubles({2, 5}); }},
+      {"sizeMismatch", [](Args& s) { s.x = doubles({2, 3}), s.d = image(ndclass::Single, {1, 1}); }},
       {"invalidDim", [](Args& s) { s.d = sparse2x2(); }},
-      {"invalidDim",
-       [](Args& s) {
-         s.a = image(ndclass::Int64, {2, 3}), s.d = image(ndclass::UInt8, {1, 1});
-       }},
+      {"invalidDim", [](Args& s) { s.a = image(ndclass::Int64, {2, 3}), s.d = image(ndclass::UInt8, {1, 1}); }},
   };
+  // clang-format on
   for (auto const& c : cases) {
     Args s;
     c.change(s);
@@ -149,8 +112,11 @@ int resizedDimension(ArrayPtr const& d) {
 // indefinite value, not the low bits.  Only the first element's real part
 // is read; an empty array reads as 0.
 TEST_F(ImresizeTest, TheDimensionArgumentIsTruncatedAndOnlyOneMeansColumns) {
-  std::pair<double, int> const rows[] = {{1, 1},   {1.7, 1}, {2, 2},    {2.9, 2},  {3, 2},
-                                         {0.9, 2}, {-1, 2},  {kNaN, 2}, {1e10, 2}, {4294967297.0, 2}};
+  // clang-format off
+  std::pair<double, int> const rows[] = {
+      {1, 1}, {1.7, 1}, {2, 2}, {2.9, 2}, {3, 2}, {0.9, 2}, {-1, 2}, {kNaN, 2}, {1e10, 2}, {4294967297.0, 2},
+  };
+  // clang-format on
   for (auto const& [d, dim] : rows) EXPECT_EQ(resizedDimension(doubles({1, 1}, d)), dim) << d;
   EXPECT_EQ(resizedDimension(qztest::makeFrom<double>({1, 2}, {1, 2})), 1);
   EXPECT_EQ(resizedDimension(qztest::makeFrom<double>({1, 1}, {1, 2}, true)), 1);
@@ -226,22 +192,17 @@ TEST_F(ImresizeTest, ArgumentsAreReadAsStoredAndTheSlotIsReplaced) {
 // conversions leave them.
 TEST(ImresizeOffsetsTest, IndicesBecomeWrappedElementOffsets) {
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max(), kTop = std::uint64_t{1} << 63;
+  // clang-format off
   struct {
     double index;
     std::int32_t dim;
     std::uint64_t want;
   } const rows[] = {
-      {3.7, 1, 2},
-      {3, 2, 10},
-      {3, 0, 10},
-      {0, 1, kMax},
-      {0, 2, kMax - 4},
-      {-1, 1, kMax - 1},
-      {kNaN, 1, kTop - 1},
-      {9223372036854775808.0, 1, kTop - 1},
-      {13835058055282163712.0, 1, kTop + (kTop >> 1) - 1},
+      {3.7, 1, 2}, {3, 2, 10}, {3, 0, 10}, {0, 1, kMax}, {0, 2, kMax - 4}, {-1, 1, kMax - 1}, {kNaN, 1, kTop - 1},
+      {9223372036854775808.0, 1, kTop - 1}, {13835058055282163712.0, 1, kTop + (kTop >> 1) - 1},
       {18446744073709551616.0, 1, kMax},
   };
+  // clang-format on
   for (auto const& r : rows) {
     std::size_t got = 12345;
     qz::buildResizeOffsets(&r.index, 1, r.dim, 5, &got);

@@ -59,38 +59,24 @@ using ResizeValueTest = HostTest;
 // saturate; NaN stores what the processor's 32-bit truncation leaves.
 TEST_F(ResizeValueTest, IntegerTypesRoundAndSaturateTheSum) {
   using Row = std::tuple<double, std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t, std::int32_t>;
+  // clang-format off
   Row const rows[] = {
-      {0.49, 0, 0, 0, 0, 0, 0},
-      {0.5, 1, 1, 1, 1, 1, 1},
-      {-0.4, 0, 0, 0, 0, 0, 0},
-      {-0.5, 0, 0, 0, -1, -1, -1},
-      {126.5, 127, 127, 127, 127, 127, 127},
-      {127.5, 128, 128, 128, 127, 128, 128},
-      {-128.5, 0, 0, 0, -128, -129, -129},
-      {254.4, 254, 254, 254, 127, 254, 254},
-      {254.5, 255, 255, 255, 127, 255, 255},
-      {-32767.5, 0, 0, 0, -128, -32768, -32768},
-      {32766.5, 255, 32767, 32767, 127, 32767, 32767},
-      {65534.4, 255, 65534, 65534, 127, 32767, 65534},
-      {65534.5, 255, 65535, 65535, 127, 32767, 65535},
-      {2147483646.5, 255, 65535, 2147483647u, 127, 32767, kMax},
-      {-2147483647.5, 0, 0, 0, -128, -32768, kMin},
-      {-2147483648.4, 0, 0, 0, -128, -32768, kMin},
-      {4294967294.4, 255, 65535, 4294967294u, 127, 32767, kMax},
-      {4294967294.5, 255, 65535, kU32, 127, 32767, kMax},
-      {1e10, 255, 65535, kU32, 127, 32767, kMax},
-      {-1e12, 0, 0, 0, -128, -32768, kMin},
-      {kInf, 255, 65535, kU32, 127, 32767, kMax},
-      {-kInf, 0, 0, 0, -128, -32768, kMin},
-      {kNaN, 0, 0, 0, 0, 0, kMin},
+      {0.49, 0, 0, 0, 0, 0, 0}, {0.5, 1, 1, 1, 1, 1, 1}, {-0.4, 0, 0, 0, 0, 0, 0}, {-0.5, 0, 0, 0, -1, -1, -1},
+      {126.5, 127, 127, 127, 127, 127, 127}, {127.5, 128, 128, 128, 127, 128, 128}, {-128.5, 0, 0, 0, -128, -129, -129},
+      {254.4, 254, 254, 254, 127, 254, 254}, {254.5, 255, 255, 255, 127, 255, 255},
+      {-32767.5, 0, 0, 0, -128, -32768, -32768}, {32766.5, 255, 32767, 32767, 127, 32767, 32767},
+      {65534.4, 255, 65534, 65534, 127, 32767, 65534}, {65534.5, 255, 65535, 65535, 127, 32767, 65535},
+      {2147483646.5, 255, 65535, 2147483647u, 127, 32767, kMax}, {-2147483647.5, 0, 0, 0, -128, -32768, kMin},
+      {-2147483648.4, 0, 0, 0, -128, -32768, kMin}, {4294967294.4, 255, 65535, 4294967294u, 127, 32767, kMax},
+      {4294967294.5, 255, 65535, kU32, 127, 32767, kMax}, {1e10, 255, 65535, kU32, 127, 32767, kMax},
+      {-1e12, 0, 0, 0, -128, -32768, kMin}, {kInf, 255, 65535, kU32, 127, 32767, kMax},
+      {-kInf, 0, 0, 0, -128, -32768, kMin}, {kNaN, 0, 0, 0, 0, 0, kMin},
   };
+  // clang-format on
   for (auto const& [w, u8, u16, u32, i8, i16, i32] : rows) {
-    expectStored<std::uint8_t>({1}, {w}, {u8});
-    expectStored<std::uint16_t>({1}, {w}, {u16});
-    expectStored<std::uint32_t>({1}, {w}, {u32});
-    expectStored<std::int8_t>({1}, {w}, {i8});
-    expectStored<std::int16_t>({1}, {w}, {i16});
-    expectStored<std::int32_t>({1}, {w}, {i32});
+    expectStored<std::uint8_t>({1}, {w}, {u8}), expectStored<std::uint16_t>({1}, {w}, {u16});
+    expectStored<std::uint32_t>({1}, {w}, {u32}), expectStored<std::int8_t>({1}, {w}, {i8});
+    expectStored<std::int16_t>({1}, {w}, {i16}), expectStored<std::int32_t>({1}, {w}, {i32});
   }
   expectStored<std::uint8_t>({100, 200}, {1, 1}, {255});  // a sum of taps saturates too
   expectStored<std::int32_t>({kMax, kMax}, {1, 1}, {kMax});
@@ -134,37 +120,26 @@ TEST_F(ResizeValueTest, NoTapsGiveZeroForEveryType) {
 }
 
 TEST(ResizeConvertTest, TruncationToInt32FollowsTheProcessor) {
-  std::pair<double, std::int32_t> const rows[] = {{2.9, 2},
-                                                  {-2.9, -2},
-                                                  {2147483647.9, kMax},
-                                                  {-2147483648.9, kMin},
-                                                  {2147483648.0, kMin},
-                                                  {4294967297.0, kMin},
-                                                  {kNaN, kMin},
-                                                  {-kInf, kMin}};
+  // clang-format off
+  std::pair<double, std::int32_t> const rows[] = {
+      {2.9, 2}, {-2.9, -2}, {2147483647.9, kMax}, {-2147483648.9, kMin}, {2147483648.0, kMin}, {4294967297.0, kMin},
+      {kNaN, kMin}, {-kInf, kMin},
+  };
+  // clang-format on
   for (auto const& [v, want] : rows) EXPECT_EQ(qz::truncToInt32(v), want) << v;
 }
 
-// Random images (a quarter at the type's extremes), weights around 1 with
-// now and then NaN, an infinity or a sum far past every type's range, and
-// valid 1-based positions, a third with a fraction the gateway truncates:
-// every stored value must be the reference's (any NaN for a NaN).
+// Random images and weights, and valid 1-based positions, a third with a
+// fraction the gateway truncates: every stored value must be the
+// reference's (any NaN for a NaN).
 template <class E>
 std::vector<E> compareWithReference(std::mt19937_64& rng, std::size_t m, std::size_t n, std::size_t p, std::size_t taps,
                                     std::size_t len, int dim, bool complex) {
-  using L = std::numeric_limits<E>;
-  std::vector<E> src(m * n * p * (complex ? 2 : 1));
-  for (auto& x : src)
-    x = rng() % 4 == 0                ? (rng() % 2 ? L::lowest() : L::max())
-        : std::is_floating_point_v<E> ? static_cast<E>(std::uniform_real_distribution<double>(-300, 300)(rng))
-                                      : static_cast<E>(rng());
-  double const special[] = {kNaN, kInf, -kInf, 1e300, -1e300, -0.0, 1e9, -1e9};
-  std::vector<double> w(taps * len), x(taps * len);
-  std::uniform_real_distribution<double> weight(-0.75, 1.5), fraction(0, 0.999);
-  for (std::size_t e = 0; e < w.size(); ++e) {
-    w[e] = rng() % 16 == 0 ? special[rng() % 8] : weight(rng);
-    x[e] = static_cast<double>(1 + rng() % (dim == 1 ? m : n)) + (e % 3 == 0 ? fraction(rng) : 0.0);
-  }
+  auto const src = resizetest::randomSamples<E>(rng, m * n * p * (complex ? 2 : 1));
+  auto const w = resizetest::randomWeights(rng, taps * len);
+  std::vector<double> x(taps * len);
+  for (std::size_t e = 0; e < x.size(); ++e)
+    x[e] = static_cast<double>(1 + rng() % (dim == 1 ? m : n)) + (e % 3 == 0 ? rng() % 999 / 1000.0 : 0.0);
   auto a = qztest::makeFrom<E>({m, n, p}, src, complex);
   auto got = qztest::valuesOf<E>(resizeCall(a.get(), w, x, taps, len, dim).get());
   auto const want = qzref::resize<E>(src, m, n, p, complex, w, x, taps, len, dim);

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -21,28 +20,6 @@
 namespace {
 
 using Range = std::pair<std::size_t, std::size_t>;
-
-template <class E>
-std::vector<E> sources(std::mt19937_64& rng, std::size_t n) {
-  using L = std::numeric_limits<E>;
-  std::vector<E> v(n);
-  for (auto& x : v)
-    if constexpr (std::is_floating_point_v<E>)
-      x = rng() % 8 == 0 ? L::max() : static_cast<E>(std::uniform_real_distribution<double>(-300, 300)(rng));
-    else
-      x = rng() % 4 == 0 ? (rng() % 2 ? L::min() : L::max()) : static_cast<E>(rng());
-  return v;
-}
-
-// Weights around 1 with now and then NaN, an infinity, a huge value or a
-// negative zero.
-std::vector<double> weights(std::mt19937_64& rng, std::size_t n) {
-  constexpr double kInf = std::numeric_limits<double>::infinity();
-  double const special[] = {std::numeric_limits<double>::quiet_NaN(), kInf, -kInf, 1e300, -1e300, -0.0, 1e9, -1e9};
-  std::vector<double> w(n);
-  for (auto& x : w) x = rng() % 16 == 0 ? special[rng() % 8] : std::uniform_real_distribution<double>(-0.75, 1.5)(rng);
-  return w;
-}
 
 std::vector<std::size_t> offsets(std::mt19937_64& rng, std::size_t n, std::size_t count, std::size_t step) {
   std::vector<std::size_t> o(n);
@@ -77,8 +54,8 @@ void checkType() {
           for (std::size_t start : {0, 1, 5}) {
             SCOPED_TRACE(testing::Message() << "column: scale " << scale << " rows " << rows << " taps " << taps);
             std::size_t const m = start + rows, cols = 9;
-            auto const src = sources<E>(rng, scale * m * cols);
-            auto const w = weights(rng, taps);
+            auto const src = resizetest::randomSamples<E>(rng, scale * m * cols);
+            auto const w = resizetest::randomWeights(rng, taps);
             auto const o = offsets(rng, taps, cols, m);
             std::vector<E> out(scale * rows + 2, E(77));
             qz::resizeRowColumn<E>(src.data(), scale * start, w.data(), o.data(), scale, taps, out.data() + 1,
@@ -97,8 +74,8 @@ void checkType() {
           std::size_t const m = shape.first, len = shape.second, first = run.first, last = run.second;
           SCOPED_TRACE(testing::Message()
                        << "items: rows " << m << " len " << len << " taps " << taps << " from " << first);
-          auto const src = sources<E>(rng, m * 21);
-          auto const w = weights(rng, taps * len);
+          auto const src = resizetest::randomSamples<E>(rng, m * 21);
+          auto const w = resizetest::randomWeights(rng, taps * len);
           auto const o = offsets(rng, taps * len, m, 1);
           std::vector<E> dst(len * 21, E(77));
           qz::resizeColumnItems<E>(src.data(), dst.data(), w.data(), o.data(), m, len, taps, first, last);
@@ -119,8 +96,8 @@ void checkType() {
             SCOPED_TRACE(testing::Message()
                          << "narrow: rows " << m << " columns " << srcCols << " taps " << taps << " from " << first);
             std::size_t const planes = 9, len = 17;  // a tile of eight planes (or two of four) and one more
-            auto const src = sources<E>(rng, m * srcCols * planes);
-            auto const w = weights(rng, taps * len);
+            auto const src = resizetest::randomSamples<E>(rng, m * srcCols * planes);
+            auto const w = resizetest::randomWeights(rng, taps * len);
             auto const o = offsets(rng, taps * len, srcCols, m);
             std::vector<E> dst(m * len * planes, E(77));
             qz::resizeRowColumnsNarrow<E>(src.data(), dst.data(), w.data(), o.data(), m, srcCols, len, taps, planes,
@@ -138,14 +115,8 @@ void checkType() {
 }
 
 TEST(ResizeLanesTest, EveryTypeStoresThePlainRuleUnderEveryInstructionSet) {
-  checkType<double>();
-  checkType<float>();
-  checkType<unsigned char>();
-  checkType<unsigned short>();
-  checkType<unsigned int>();
-  checkType<signed char>();
-  checkType<short>();
-  checkType<int>();
+  checkType<double>(), checkType<float>(), checkType<unsigned char>(), checkType<unsigned short>();
+  checkType<unsigned int>(), checkType<signed char>(), checkType<short>(), checkType<int>();
 }
 
 }  // namespace
