@@ -32,11 +32,12 @@ from PIL import Image, features
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
 
-try:
-    import qzimages as qz
-except ImportError:  # not linked into the interpreter yet: use the build tree
-    sys.path.insert(0, os.path.join(ROOT, "build", "release", "python"))
-    import qzimages as qz
+# This checkout's build first: a qzimages linked into the interpreter from
+# another checkout or installed earlier would be measured instead.
+BUILT = os.path.join(ROOT, "build", "release", "python")
+if os.path.isdir(os.path.join(BUILT, "qzimages")):
+    sys.path.insert(0, BUILT)
+import qzimages as qz  # noqa: E402
 
 try:
     import cv2
@@ -412,6 +413,7 @@ def main():
 
     img = photo(args.megapixels)  # H x W x 3 uint8, C order: what every tool reads
     x = Inputs(img)
+    print(f"qzimages from {os.path.dirname(os.path.abspath(qz.__file__))}")
     print(
         f"{x.w}x{x.h} RGB ({x.pixels / 1e6:.1f} MP), median of {args.repeat} runs; "
         f"{os.cpu_count()} cores, {platform.processor() or platform.machine()}, Python {platform.python_version()}, "
