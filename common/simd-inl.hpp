@@ -102,17 +102,22 @@ HWY_INLINE hn::Vec<D> ClampToUnit(D d, hn::Vec<D> s) {
 
 // offsetUnitToByte and its single-precision twin: t = v*255 + 0.5 (product
 // and sum each rounded in v's precision), t > 255 gives 255, t < 0 and NaN
-// give 0, otherwise trunc(t).  Returns int32 lanes holding the bytes.
+// give 0, otherwise trunc(t).  Returns the bytes in uint8 lanes.  Only the
+// low side needs a test: the conversion to int32 saturates what is left
+// (0 to +inf) at INT32_MAX, and the demotion to bytes saturates at 255, so
+// trunc(t) above 255 becomes 255 as the rule's test would make it.
 template <class D>
-HWY_INLINE hn::Vec<hn::Rebind<std::int32_t, D>> OffsetUnitToByte(D d, hn::Vec<D> v) {
+HWY_INLINE hn::Vec<hn::Rebind<std::uint8_t, D>> OffsetUnitToByte(D d, hn::Vec<D> v) {
   using F = hn::TFromD<D>;
+  hn::Rebind<std::int32_t, D> di;
   auto t = hn::Add(hn::Mul(v, hn::Set(d, F(255))), hn::Set(d, F(0.5)));
-  t = hn::IfThenElse(hn::Gt(t, hn::Set(d, F(255))), hn::Set(d, F(255)), t);
   t = hn::IfThenElseZero(hn::Ge(t, hn::Zero(d)), t);  // NaN fails too
+  hn::Vec<decltype(di)> i;
   if constexpr (sizeof(F) == 4)
-    return hn::ConvertTo(hn::Rebind<std::int32_t, D>(), t);
+    i = hn::ConvertTo(di, t);
   else
-    return hn::DemoteTo(hn::Rebind<std::int32_t, D>(), t);
+    i = hn::DemoteTo(di, t);
+  return hn::DemoteTo(hn::Rebind<std::uint8_t, D>(), i);
 }
 
 // One vector of red, green and blue samples from pixel i on: from three

@@ -48,7 +48,7 @@ void FloatingToBytes(T const* HWY_RESTRICT in, std::size_t count, std::size_t st
   hn::Rebind<std::uint8_t, decltype(d)> d8;
   std::size_t const n = hn::Lanes(d);
   std::size_t j = 0;
-  for (; j + n <= count; j += n) hn::StoreU(hn::DemoteTo(d8, OffsetUnitToByte(d, LoadStrided(d, in, stride, j))), d8, out + j);
+  for (; j + n <= count; j += n) hn::StoreU(OffsetUnitToByte(d, LoadStrided(d, in, stride, j)), d8, out + j);
   scalarTail(in, j, count, stride, out, rule);
 }
 

@@ -65,7 +65,7 @@ TEST_F(ArrayTest, ReleasedLargeBlocksAreReusedZeroedAndOnlyWhereTheyFit) {
     kept = ndGetData(a.get());
     std::memset(kept, 0xFF, n * sizeof(double));
   }
-  std::pair<std::size_t, bool> const rows[] = {{2 * n, false}, {n / 2 - 1, false}, {n, true}};
+  std::pair<std::size_t, bool> const rows[] = {{2 * n, false}, {n / 2 - 1, false}, {n / 2, true}, {n, true}};
   for (auto const& [elements, reuses] : rows) {
     auto b = matrix::detail::do_create_numeric(Dims{elements, 1}, ndclass::Double, ndREAL);
     auto const* d = static_cast<double const*>(ndGetData(b.get()));
@@ -76,4 +76,11 @@ TEST_F(ArrayTest, ReleasedLargeBlocksAreReusedZeroedAndOnlyWhereTheyFit) {
   // last array, which was released in turn.
   EXPECT_EQ(qzhost::trimBlockCache(), (2 * n + n / 2 - 1 + n) * sizeof(double));
   EXPECT_EQ(qzhost::trimBlockCache(), 0u);
+}
+
+TEST_F(ArrayTest, OnlyTheFourLatestReleasedBlocksAreKept) {
+  qzhost::trimBlockCache();
+  std::size_t const mib = std::size_t{1} << 20;
+  for (std::size_t size : {5, 6, 7, 8, 9}) qzhost::makeArray(ndclass::UInt8, {size * mib, 1});
+  EXPECT_EQ(qzhost::trimBlockCache(), (6 + 7 + 8 + 9) * mib);
 }
