@@ -19,16 +19,10 @@
 namespace qz {
 namespace {
 
-// Sum over the taps, in tap order, of source element base + o[k] times w[k].
-template <class E>
-double weightedSum(E const* src, std::size_t base, double const* w, std::size_t const* o, std::size_t taps) {
-  double acc = 0.0;
-  for (std::size_t k = 0; k < taps; ++k) acc = acc + static_cast<double>(src[base + o[k]]) * w[k];
-  return acc;
-}
-
-// The same on interleaved complex data: both parts take the same real weight
-// and accumulate separately.
+// The weighted sum of an output element's taps on interleaved complex data,
+// in tap order from +0.0: both parts take the same real weight and
+// accumulate separately, each converted on its own.  (The real kernels'
+// plain rule is beside their vector forms, in resize_hwy.cpp.)
 template <class E>
 std::complex<E> weightedSumComplex(std::complex<E> const* src, std::size_t base, double const* w,
                                    std::size_t const* o, std::size_t taps) {
@@ -69,27 +63,13 @@ struct KernelIO<F<I, O>> {
   using Out = O;
 };
 
-// One output element: the weighted sum of its taps, converted to the
-// element type (each part on its own for complex data).
-template <class E>
-E elementValue(E const* src, std::size_t base, double const* w, std::size_t const* o, std::size_t taps) {
-  return fromWeightedSum<E>(weightedSum(src, base, w, o, taps));
-}
-template <class E>
-std::complex<E> elementValue(std::complex<E> const* src, std::size_t base, double const* w, std::size_t const* o,
-                             std::size_t taps) {
-  return weightedSumComplex(src, base, w, o, taps);
-}
-
-// Column items [r.begin(), r.end()), one output element at a time.  The
-// complex kernels run this way, and so do the real ones where the tiled
-// path below does not apply.
+// Complex column items [r.begin(), r.end()), one output element at a time.
 template <class Kernel>
 void resizeColumnItemsScalar(Kernel const& k, std::size_t first, std::size_t last) {
   for (std::size_t j = first; j != last; ++j) {
     std::size_t const s = j * k.srcRows, d = j * k.dstRows;
     for (std::size_t i = 0; i < k.dstRows; ++i)
-      k.dst[d + i] = elementValue(k.src, s, k.weights + i * k.taps, k.offsets + i * k.taps, k.taps);
+      k.dst[d + i] = weightedSumComplex(k.src, s, k.weights + i * k.taps, k.offsets + i * k.taps, k.taps);
   }
 }
 
@@ -98,8 +78,9 @@ void resizeColumnItemsScalar(Kernel const& k, std::size_t first, std::size_t las
 // contiguous loads and stores, in vector lanes.  Complex columns are their
 // interleaved parts, twice as many reals, each part summed and converted on
 // its own.
-// Columns shorter than this go across output columns instead (a pixel's
-// channels, say): down so few rows a vector would be mostly empty.
+// Columns shorter than this (a pixel's channels, say), down which a vector
+// would be mostly empty, go through the tiled kernel with the planes as its
+// items instead.
 constexpr std::size_t kNarrowRows = 8;
 
 template <class E, class Kernel>

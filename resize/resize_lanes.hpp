@@ -22,7 +22,7 @@ void resizeRowColumn(E const* src, std::size_t base, double const* w, std::size_
 
 // Output columns [first, last) of the row kernel over every plane, for
 // columns of a few rows (fewer than a vector holds): the lanes run across
-// the output columns' elements instead of down one column.
+// planes, a tile of them at a time, instead of down one column.
 template <class E>
 void resizeRowColumnsNarrow(E const* src, E* dst, double const* weights, std::size_t const* offsets,
                             std::size_t rows, std::size_t srcCols, std::size_t dstCols, std::size_t taps,
