@@ -124,7 +124,7 @@ void RowColumn(E const* HWY_RESTRICT src, std::size_t base, double const* HWY_RE
 
 // The column kernel, and the row kernel for columns of a few elements (an
 // interleaved image's width pass, where a column is one pixel's channels),
-// on tiles of Lanes(d) items.  An item's source starts at item * srcStride
+// on tiles of items.  An item's source starts at item * srcStride
 // and its output at item * dstStride; output position i has m consecutive
 // elements from i * m, element c the weighted sum of the source elements at
 // offsets[i * taps + k] + c (offsets count elements).  The column kernel is
@@ -210,94 +210,102 @@ void TiledItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HW
                 std::size_t iFirst, std::size_t iLast, std::size_t taps, std::size_t first, std::size_t last) {
   // Items go in groups of up to four (d), whose results return to their
   // items by one de-interleaving load; a tile is one group, or two where a
-  // vector holds eight doubles (dt), the sums then running on both at once.
+  // vector holds eight doubles, the sums then running on both at once.  A
+  // single group then takes four of the items left over.
   hn::CappedTag<double, 4> d;
   constexpr std::size_t kGroups = hn::MaxLanes(hn::ScalableTag<double>()) >= 8 && hn::MaxLanes(d) == 4 ? 2 : 1;
-  hn::CappedTag<double, 4 * kGroups> dt;
-  std::size_t const n = hn::Lanes(d), nt = hn::Lanes(dt);
+  std::size_t const n = hn::Lanes(d);
   HWY_ALIGN double window[kWindowRows * kMaxLanes];
   E results[kGroups][kMaxRun * 4];
   WindowRun runs[kRunsPerBatch];
+  std::size_t count = 0;
   auto plain = [&](std::size_t j, std::size_t i) {
     for (std::size_t c = 0; c < m; ++c)
       dst[j * dstStride + i * m + c] = PlainElement(src, j * srcStride + c, weights + i * taps, offsets + i * taps, 1,
                                                     taps);
   };
-  std::size_t const tiled = first + (last - first) / nt * nt;
-  for (std::size_t next = iFirst; next < iLast && first < tiled;) {
-    std::size_t count = 0;
-    next = PlanRuns(offsets, iLast, taps, m, next, runs, count);
-    for (std::size_t j = first; j < tiled; j += nt) {
-      for (std::size_t q = 0; q < count; ++q) {
-        WindowRun const run = runs[q];
-        if (run.plain) {
-          for (std::size_t c = 0; c < nt; ++c) plain(j + c, run.i0);
-          continue;
-        }
-        // The window: element r of the run's span for item c at r * nt + c.
-        E const* from = src + (j * srcStride + run.lo);
-        std::size_t r = 0;
+  // Items [j, j + groups * n) over the runs of the current batch.
+  auto tile = [&](auto groups, std::size_t j) {
+    constexpr std::size_t kTileGroups = decltype(groups)::value;
+    hn::CappedTag<double, 4 * kTileGroups> dt;
+    std::size_t const nt = hn::Lanes(dt);
+    for (std::size_t q = 0; q < count; ++q) {
+      WindowRun const run = runs[q];
+      if (run.plain) {
+        for (std::size_t c = 0; c < nt; ++c) plain(j + c, run.i0);
+        continue;
+      }
+      // The window: element r of the run's span for item c at r * nt + c.
+      E const* from = src + (j * srcStride + run.lo);
+      std::size_t r = 0;
 #if HWY_TARGET != HWY_SCALAR
-        if constexpr (hn::MaxLanes(d) == 4) {
-          for (; r + 4 <= run.span; r += 4)
-            for (std::size_t g = 0; g < kGroups; ++g) {
-              E const* at = from + 4 * g * srcStride + r;
-              hn::Vec<decltype(d)> v[4] = {LoadWidened(d, at), LoadWidened(d, at + srcStride),
-                                           LoadWidened(d, at + 2 * srcStride), LoadWidened(d, at + 3 * srcStride)};
-              hn::Vec<decltype(d)> t[4];
-              Transpose4(d, v, t);
-              for (std::size_t u = 0; u < 4; ++u) hn::Store(t[u], d, window + (r + u) * nt + 4 * g);
-            }
-        } else if constexpr (hn::MaxLanes(d) == 2) {
-          for (; r + 2 <= run.span; r += 2)
-            hn::StoreInterleaved2(LoadWidened(d, from + r), LoadWidened(d, from + srcStride + r), d, window + r * 2);
-        }
+      if constexpr (hn::MaxLanes(d) == 4) {
+        for (; r + 4 <= run.span; r += 4)
+          for (std::size_t g = 0; g < kTileGroups; ++g) {
+            E const* at = from + 4 * g * srcStride + r;
+            hn::Vec<decltype(d)> v[4] = {LoadWidened(d, at), LoadWidened(d, at + srcStride),
+                                         LoadWidened(d, at + 2 * srcStride), LoadWidened(d, at + 3 * srcStride)};
+            hn::Vec<decltype(d)> t[4];
+            Transpose4(d, v, t);
+            for (std::size_t u = 0; u < 4; ++u) hn::Store(t[u], d, window + (r + u) * nt + 4 * g);
+          }
+      } else if constexpr (hn::MaxLanes(d) == 2) {
+        for (; r + 2 <= run.span; r += 2)
+          hn::StoreInterleaved2(LoadWidened(d, from + r), LoadWidened(d, from + srcStride + r), d, window + r * 2);
+      }
 #endif
-        for (; r < run.span; ++r)
-          for (std::size_t c = 0; c < nt; ++c) window[r * nt + c] = static_cast<double>(from[c * srcStride + r]);
-        // Element e of the run is element e % m of position i0 + e / m.
-        std::size_t e = 0;
-        for (std::size_t i = run.i0; i < run.i1; ++i) {
-          double const* w = weights + i * taps;
-          std::size_t const* o = offsets + i * taps;
-          for (std::size_t c = 0; c < m; ++c, ++e) {
-            auto a = hn::Zero(dt);
-            for (std::size_t k = 0; k < taps; ++k)
-              a = hn::Add(a, hn::Mul(hn::Load(dt, window + (o[k] - run.lo + c) * nt), hn::Set(dt, w[k])));
-            StoreGroups<kGroups>(d, a, results, e * n);
-          }
-        }
-        // Back to items: an interleaving load of four outputs' lanes gives
-        // four outputs of each item of a group.
-        hn::Rebind<E, decltype(d)> de;
-        for (std::size_t g = 0; g < kGroups; ++g) {
-          E const* res = results[g];
-          E* to = dst + ((j + g * n) * dstStride + run.i0 * m);
-          std::size_t t = 0;
-          if constexpr (hn::MaxLanes(d) == 4) {
-            for (; t + 4 <= e; t += 4) {
-              hn::Vec<decltype(de)> v0, v1, v2, v3;
-              hn::LoadInterleaved4(de, res + t * 4, v0, v1, v2, v3);
-              hn::StoreU(v0, de, to + t);
-              hn::StoreU(v1, de, to + dstStride + t);
-              hn::StoreU(v2, de, to + 2 * dstStride + t);
-              hn::StoreU(v3, de, to + 3 * dstStride + t);
-            }
-          } else if constexpr (hn::MaxLanes(d) == 2) {
-            for (; t + 2 <= e; t += 2) {
-              hn::Vec<decltype(de)> v0, v1;
-              hn::LoadInterleaved2(de, res + t * 2, v0, v1);
-              hn::StoreU(v0, de, to + t);
-              hn::StoreU(v1, de, to + dstStride + t);
-            }
-          }
-          for (std::size_t c = 0; c < n; ++c)
-            for (std::size_t u = t; u < e; ++u) to[c * dstStride + u] = res[u * n + c];
+      for (; r < run.span; ++r)
+        for (std::size_t c = 0; c < nt; ++c) window[r * nt + c] = static_cast<double>(from[c * srcStride + r]);
+      // Element e of the run is element e % m of position i0 + e / m.
+      std::size_t e = 0;
+      for (std::size_t i = run.i0; i < run.i1; ++i) {
+        double const* w = weights + i * taps;
+        std::size_t const* o = offsets + i * taps;
+        for (std::size_t c = 0; c < m; ++c, ++e) {
+          auto a = hn::Zero(dt);
+          for (std::size_t k = 0; k < taps; ++k)
+            a = hn::Add(a, hn::Mul(hn::Load(dt, window + (o[k] - run.lo + c) * nt), hn::Set(dt, w[k])));
+          StoreGroups<kTileGroups>(d, a, results, e * n);
         }
       }
+      // Back to items: an interleaving load of four outputs' lanes gives
+      // four outputs of each item of a group.
+      hn::Rebind<E, decltype(d)> de;
+      for (std::size_t g = 0; g < kTileGroups; ++g) {
+        E const* res = results[g];
+        E* to = dst + ((j + g * n) * dstStride + run.i0 * m);
+        std::size_t t = 0;
+        if constexpr (hn::MaxLanes(d) == 4) {
+          for (; t + 4 <= e; t += 4) {
+            hn::Vec<decltype(de)> v0, v1, v2, v3;
+            hn::LoadInterleaved4(de, res + t * 4, v0, v1, v2, v3);
+            hn::StoreU(v0, de, to + t);
+            hn::StoreU(v1, de, to + dstStride + t);
+            hn::StoreU(v2, de, to + 2 * dstStride + t);
+            hn::StoreU(v3, de, to + 3 * dstStride + t);
+          }
+        } else if constexpr (hn::MaxLanes(d) == 2) {
+          for (; t + 2 <= e; t += 2) {
+            hn::Vec<decltype(de)> v0, v1;
+            hn::LoadInterleaved2(de, res + t * 2, v0, v1);
+            hn::StoreU(v0, de, to + t);
+            hn::StoreU(v1, de, to + dstStride + t);
+          }
+        }
+        for (std::size_t c = 0; c < n; ++c)
+          for (std::size_t u = t; u < e; ++u) to[c * dstStride + u] = res[u * n + c];
+      }
     }
+  };
+  std::size_t const nt = kGroups * n;
+  std::size_t const tiled = first + (last - first) / nt * nt;
+  std::size_t const grouped = kGroups > 1 && last - tiled >= n ? tiled + n : tiled;
+  for (std::size_t next = iFirst; next < iLast && first < grouped;) {
+    next = PlanRuns(offsets, iLast, taps, m, next, runs, count);
+    for (std::size_t j = first; j < tiled; j += nt) tile(std::integral_constant<std::size_t, kGroups>(), j);
+    if (grouped > tiled) tile(std::integral_constant<std::size_t, 1>(), tiled);
   }
-  for (std::size_t j = tiled; j < last; ++j)
+  for (std::size_t j = grouped; j < last; ++j)
     for (std::size_t i = iFirst; i < iLast; ++i) plain(j, i);
 }
 

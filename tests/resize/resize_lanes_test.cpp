@@ -95,7 +95,7 @@ void checkType() {
             std::size_t const first = run.first, last = run.second;
             SCOPED_TRACE(testing::Message()
                          << "narrow: rows " << m << " columns " << srcCols << " taps " << taps << " from " << first);
-            std::size_t const planes = 9, len = 17;  // a tile of eight planes (or two of four) and one more
+            std::size_t const planes = 13, len = 17;  // tiles of eight and of four planes, and one more
             auto const src = resizetest::randomSamples<E>(rng, m * srcCols * planes);
             auto const w = resizetest::randomWeights(rng, taps * len);
             auto const o = offsets(rng, taps * len, srcCols, m);
