@@ -18,6 +18,9 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "hwy/aligned_allocator.h"
+#include "hwy/cache_control.h"
+
 #include "common/convert.hpp"
 #include "common/simd-inl.hpp"
 #include "resize/resize_lanes.hpp"
@@ -52,6 +55,7 @@ HWY_INLINE hn::Vec<D> LoadWidened(D d, E const* HWY_RESTRICT p) {
 template <class E, class D>
 HWY_INLINE void StoreSum(D d, hn::Vec<D> s, E* HWY_RESTRICT out) {
   hn::Rebind<E, D> de;
+  hn::Rebind<std::int32_t, D> di;
   if constexpr (std::is_same_v<E, double>) {
     hn::StoreU(s, d, out);
   } else if constexpr (std::is_same_v<E, float>) {
@@ -66,26 +70,28 @@ HWY_INLINE void StoreSum(D d, hn::Vec<D> s, E* HWY_RESTRICT out) {
 #endif
   } else {
     auto const zero = hn::Zero(d), half = hn::Set(d, 0.5);
-    auto const lo = hn::Set(d, minAsDouble<E>()), hi = hn::Set(d, maxAsDouble<E>());
-    hn::Vec<D> v;
-    if constexpr (std::is_unsigned_v<E>)
-      v = hn::Add(s, half);
-    else
-      v = hn::IfThenElse(hn::Lt(s, zero), hn::Sub(s, half), hn::Add(s, half));
-    v = hn::IfThenElse(hn::Lt(v, lo), lo, v);
-    v = hn::IfThenElse(hn::Gt(v, hi), hi, v);
-    auto const number = hn::Eq(v, v);
-    v = std::is_same_v<E, std::int32_t> ? hn::IfThenElse(number, v, lo) : hn::IfThenElseZero(number, v);
-    hn::Rebind<std::int32_t, D> di;
-    if constexpr (std::is_same_v<E, std::uint32_t>) {
-      // Beyond int32: truncate (exact), shift into the signed range, convert
-      // and shift the bits back.
-      auto const i = hn::DemoteTo(di, hn::Sub(hn::Trunc(v), hn::Set(d, 2147483648.0)));
-      hn::StoreU(hn::Xor(hn::BitCast(de, i), hn::Set(de, 0x80000000u)), de, out);
-    } else if constexpr (std::is_same_v<E, std::int32_t>) {
-      hn::StoreU(hn::DemoteTo(di, v), di, out);
-    } else {
+    auto v = std::is_unsigned_v<E> ? hn::Add(s, half)
+                                   : hn::IfThenElse(hn::Lt(s, zero), hn::Sub(s, half), hn::Add(s, half));
+    if constexpr (sizeof(E) <= 2) {
+      // The demotions to int32 and on to E saturate, which is the range
+      // test: only NaN needs one of its own (and the low side of unsigned
+      // types, where it comes with the same test).
+      v = std::is_unsigned_v<E> ? hn::IfThenElseZero(hn::Ge(v, zero), v) : hn::IfThenZeroElse(hn::IsNaN(v), v);
       hn::StoreU(hn::DemoteTo(de, hn::DemoteTo(di, v)), de, out);
+    } else {
+      auto const lo = hn::Set(d, minAsDouble<E>()), hi = hn::Set(d, maxAsDouble<E>());
+      v = hn::IfThenElse(hn::Lt(v, lo), lo, v);
+      v = hn::IfThenElse(hn::Gt(v, hi), hi, v);
+      auto const number = hn::Eq(v, v);
+      v = std::is_same_v<E, std::int32_t> ? hn::IfThenElse(number, v, lo) : hn::IfThenElseZero(number, v);
+      if constexpr (std::is_same_v<E, std::uint32_t>) {
+        // Beyond int32: truncate (exact), shift into the signed range,
+        // convert and shift the bits back.
+        auto const i = hn::DemoteTo(di, hn::Sub(hn::Trunc(v), hn::Set(d, 2147483648.0)));
+        hn::StoreU(hn::Xor(hn::BitCast(de, i), hn::Set(de, 0x80000000u)), de, out);
+      } else {
+        hn::StoreU(hn::DemoteTo(di, v), di, out);
+      }
     }
   }
 }
@@ -309,10 +315,77 @@ void TiledItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HW
     for (std::size_t i = iFirst; i < iLast; ++i) plain(j, i);
 }
 
+// The column kernel for filters that draw each run of Lanes consecutive
+// output positions from at most Lanes consecutive source elements, as an
+// enlargement's do.  A lane is one output position of one column: the run's
+// source elements are loaded once as a vector, each tap's lanes are picked
+// from it by a lane permutation, and the sums come out in the column's own
+// order, with no transposes.  The filter is rearranged once per call into
+// that form (per run and tap, a vector of lane indices and one of weights).
+// Returns false, having written nothing, where the filter does not fit or
+// the arrangement would be large.
+constexpr std::size_t kMaxLookupPlan = std::size_t{8} << 20;  // bytes
+constexpr std::size_t kLookupColumns = 16;                    // columns swept per run
+constexpr std::size_t kPrefetchAhead = 512;                   // bytes
+
+template <class E>
+bool LookupColumns(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
+                   std::size_t const* HWY_RESTRICT offsets, std::size_t srcRows, std::size_t dstRows,
+                   std::size_t taps, std::size_t first, std::size_t last) {
+  hn::ScalableTag<double> d;
+  std::size_t const n = hn::Lanes(d);
+  std::size_t const runs = dstRows / n, entries = runs * taps * n;
+  if (n < 4 || taps == 0 || srcRows < n || runs == 0 || entries * 16 > kMaxLookupPlan) return false;
+  auto const base = hwy::AllocateAligned<std::size_t>(runs);
+  auto const lanes = hwy::AllocateAligned<std::int64_t>(entries);
+  auto const factors = hwy::AllocateAligned<double>(entries);
+  if (!base || !lanes || !factors) return false;
+  for (std::size_t g = 0; g < runs; ++g) {
+    std::size_t lo = offsets[g * n * taps], hi = lo;
+    for (std::size_t e = g * n * taps; e < (g + 1) * n * taps; ++e) {
+      lo = std::min(lo, offsets[e]);
+      hi = std::max(hi, offsets[e]);
+    }
+    if (hi >= srcRows || hi - lo >= n) return false;
+    base[g] = std::min(lo, srcRows - n);  // the vector load stays inside the column
+  }
+  for (std::size_t g = 0; g < runs; ++g)
+    for (std::size_t k = 0; k < taps; ++k)
+      for (std::size_t c = 0; c < n; ++c) {
+        std::size_t const at = (g * taps + k) * n + c, e = (g * n + c) * taps + k;
+        lanes[at] = static_cast<std::int64_t>(offsets[e] - base[g]);
+        factors[at] = weights[e];
+      }
+  // A few columns at a time, so that the arrangement is read once per sweep
+  // and each column's lines stay in cache from one run to the next.
+  for (std::size_t j0 = first; j0 < last; j0 += kLookupColumns) {
+    std::size_t const j1 = std::min(last, j0 + kLookupColumns);
+    for (std::size_t g = 0; g < runs; ++g) {
+      std::int64_t const* HWY_RESTRICT index = lanes.get() + g * taps * n;
+      double const* HWY_RESTRICT factor = factors.get() + g * taps * n;
+      for (std::size_t j = j0; j < j1; ++j) {
+        E const* from = src + (j * srcRows + base[g]);
+        hwy::Prefetch(from + kPrefetchAhead / sizeof(E));
+        auto const v = LoadWidened(d, from);
+        auto a = hn::Zero(d);
+        for (std::size_t k = 0; k < taps; ++k)
+          a = hn::Add(a, hn::Mul(hn::TableLookupLanes(v, hn::SetTableIndices(d, index + k * n)),
+                                 hn::Load(d, factor + k * n)));
+        StoreSum(d, a, dst + (j * dstRows + g * n));
+      }
+    }
+  }
+  for (std::size_t j = first; j < last; ++j)
+    for (std::size_t i = runs * n; i < dstRows; ++i)
+      dst[j * dstRows + i] = PlainElement(src, j * srcRows, weights + i * taps, offsets + i * taps, 1, taps);
+  return true;
+}
+
 template <class E>
 void ColumnItems(E const* src, E* dst, double const* weights, std::size_t const* offsets, std::size_t srcRows,
                  std::size_t dstRows, std::size_t taps, std::size_t first, std::size_t last) {
-  TiledItems(src, dst, weights, offsets, 1, srcRows, dstRows, 0, dstRows, taps, first, last);
+  if (!LookupColumns(src, dst, weights, offsets, srcRows, dstRows, taps, first, last))
+    TiledItems(src, dst, weights, offsets, 1, srcRows, dstRows, 0, dstRows, taps, first, last);
 }
 
 template <class E>

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -67,16 +68,20 @@ void checkType() {
                 });
           }
     // Column items, a tile at a time; the last shape's taps spread over more
-    // rows than a window holds.
-    for (Range shape : {Range{5, 7}, {12, 8}, {40, 17}, {3000, 9}})
+    // rows than a window holds.  Enlargements (each output's taps near its
+    // place, some at the last rows) take the lane-permuting form instead.
+    using Shape = std::tuple<std::size_t, std::size_t, bool>;  // rows, length, near
+    for (auto [m, len, near] : {Shape{5, 7, false}, {12, 8, false}, {40, 17, false}, {3000, 9, false},
+                                {12, 30, true}, {8, 21, true}})
       for (std::size_t taps : kTaps)
         for (Range run : {Range{0, 21}, {3, 14}, {5, 5}, {1, 2}}) {
-          std::size_t const m = shape.first, len = shape.second, first = run.first, last = run.second;
+          std::size_t const first = run.first, last = run.second;
           SCOPED_TRACE(testing::Message()
                        << "items: rows " << m << " len " << len << " taps " << taps << " from " << first);
           auto const src = resizetest::randomSamples<E>(rng, m * 21);
           auto const w = resizetest::randomWeights(rng, taps * len);
-          auto const o = offsets(rng, taps * len, m, 1);
+          auto o = offsets(rng, taps * len, m, 1);
+          for (std::size_t e = 0; near && e < o.size(); ++e) o[e] = std::min(m - 1, e / taps * m / len + rng() % 4);
           std::vector<E> dst(len * 21, E(77));
           qz::resizeColumnItems<E>(src.data(), dst.data(), w.data(), o.data(), m, len, taps, first, last);
           expectOnly(
