@@ -46,6 +46,27 @@ HWY_INLINE hn::Vec<D> LoadWidened(D d, E const* HWY_RESTRICT p) {
   return WidenToDouble(d, hn::LoadU(hn::Rebind<E, D>(), p));
 }
 
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+// AVX-512's saturating narrowings of int32 lanes to 8 or 16 bits: one
+// instruction where the portable demotion packs and permutes.  Unsigned
+// types see only non-negative lanes here, so the unsigned saturation of
+// the bits is the value's.
+template <class E>
+HWY_INLINE __m128i NarrowSaturated(__m256i i) {
+  if constexpr (std::is_same_v<E, std::uint8_t>) return _mm256_cvtusepi32_epi8(i);
+  if constexpr (std::is_same_v<E, std::int8_t>) return _mm256_cvtsepi32_epi8(i);
+  if constexpr (std::is_same_v<E, std::uint16_t>) return _mm256_cvtusepi32_epi16(i);
+  return _mm256_cvtsepi32_epi16(i);
+}
+template <class E>
+HWY_INLINE __m128i NarrowSaturated(__m128i i) {
+  if constexpr (std::is_same_v<E, std::uint8_t>) return _mm_cvtusepi32_epi8(i);
+  if constexpr (std::is_same_v<E, std::int8_t>) return _mm_cvtsepi32_epi8(i);
+  if constexpr (std::is_same_v<E, std::uint16_t>) return _mm_cvtusepi32_epi16(i);
+  return _mm_cvtsepi32_epi16(i);
+}
+#endif
+
 // fromWeightedSum of every lane of s, stored as Lanes(d) elements of E.
 // The integer rule: unsigned types add 0.5, signed types add 0.5 with the
 // sum's sign (-0.0 counts as non-negative); then "min > v" gives min and
@@ -77,6 +98,14 @@ HWY_INLINE void StoreSum(D d, hn::Vec<D> s, E* HWY_RESTRICT out) {
       // test: only NaN needs one of its own (and the low side of unsigned
       // types, where it comes with the same test).
       v = std::is_unsigned_v<E> ? hn::IfThenElseZero(hn::Ge(v, zero), v) : hn::IfThenZeroElse(hn::IsNaN(v), v);
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+      if constexpr (hn::MaxLanes(d) == 4 || hn::MaxLanes(d) == 8) {
+        auto narrow = hn::Zero(de);
+        narrow.raw = NarrowSaturated<E>(hn::DemoteTo(di, v).raw);
+        hn::StoreU(narrow, de, out);
+        return;
+      }
+#endif
       hn::StoreU(hn::DemoteTo(de, hn::DemoteTo(di, v)), de, out);
     } else {
       auto const lo = hn::Set(d, minAsDouble<E>()), hi = hn::Set(d, maxAsDouble<E>());
