@@ -344,76 +344,125 @@ void TiledItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HW
     for (std::size_t i = iFirst; i < iLast; ++i) plain(j, i);
 }
 
-// The column kernel for filters that draw each run of Lanes consecutive
-// output positions from at most Lanes consecutive source elements, as an
-// enlargement's do.  A lane is one output position of one column: the run's
-// source elements are loaded once as a vector, each tap's lanes are picked
-// from it by a lane permutation, and the sums come out in the column's own
-// order, with no transposes.  The filter is rearranged once per call into
-// that form (per run and tap, a vector of lane indices and one of weights).
-// Returns false, having written nothing, where the filter does not fit or
-// the arrangement would be large.
+// Enlargements, where each run of Lanes consecutive output elements of an
+// item draws on few consecutive source elements: a lane is one output
+// element, the run's source elements are loaded once as one vector (two
+// where AVX-512 can pick from a pair), each tap's lanes are picked from them
+// by a lane permutation, and the sums come out in the item's own order,
+// with no transposes.  The items are as in TiledItems (output element e of
+// an item is channel e % m of position e / m), elements [eFirst, eLast) of
+// items [first, last); srcLength is the length of an item's source.  The
+// filter is rearranged once per call (per run and tap, a vector of lane
+// indices and one of weights).  Returns false, having written nothing, where
+// the filter does not fit or the arrangement would be large.
 constexpr std::size_t kMaxLookupPlan = std::size_t{8} << 20;  // bytes
-constexpr std::size_t kLookupColumns = 16;                    // columns swept per run
+constexpr std::size_t kLookupItems = 16;                      // items swept per run
 constexpr std::size_t kPrefetchAhead = 512;                   // bytes
 
-template <class E>
-bool LookupColumns(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
-                   std::size_t const* HWY_RESTRICT offsets, std::size_t srcRows, std::size_t dstRows,
-                   std::size_t taps, std::size_t first, std::size_t last) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+constexpr bool kPairTables = true;
+#else
+constexpr bool kPairTables = false;
+#endif
+
+// The lanes of lo (index below Lanes) or hi (index - Lanes) the indices name.
+template <bool kPair, class D>
+HWY_INLINE hn::Vec<D> PickLanes(D d, hn::Vec<D> lo, hn::Vec<D> hi, std::int64_t const* HWY_RESTRICT index) {
+  if constexpr (kPair) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+    auto const i = hn::Load(hn::RebindToSigned<D>(), index);
+    lo.raw = _mm512_permutex2var_pd(lo.raw, i.raw, hi.raw);
+#endif
+    return lo;
+  } else {
+    (void)hi;
+    return hn::TableLookupLanes(lo, hn::SetTableIndices(d, index));
+  }
+}
+
+template <bool kPair, class E>
+void LookupRuns(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, std::size_t srcStride, std::size_t dstStride,
+                std::size_t eFirst, std::size_t runs, std::size_t taps, std::size_t first, std::size_t last,
+                std::size_t const* HWY_RESTRICT base, std::int64_t const* HWY_RESTRICT lanes,
+                double const* HWY_RESTRICT factors) {
   hn::ScalableTag<double> d;
   std::size_t const n = hn::Lanes(d);
-  std::size_t const runs = dstRows / n, entries = runs * taps * n;
-  if (n < 4 || taps == 0 || srcRows < n || runs == 0 || entries * 16 > kMaxLookupPlan) return false;
+  // A few items at a time, so that the arrangement is read once per sweep
+  // and each item's lines stay in cache from one run to the next.
+  for (std::size_t j0 = first; j0 < last; j0 += kLookupItems) {
+    std::size_t const j1 = std::min(last, j0 + kLookupItems);
+    for (std::size_t g = 0; g < runs; ++g) {
+      std::int64_t const* HWY_RESTRICT index = lanes + g * taps * n;
+      double const* HWY_RESTRICT factor = factors + g * taps * n;
+      for (std::size_t j = j0; j < j1; ++j) {
+        E const* from = src + (j * srcStride + base[g]);
+        hwy::Prefetch(from + kPrefetchAhead / sizeof(E));
+        auto const lo = LoadWidened(d, from);
+        auto const hi = kPair ? LoadWidened(d, from + n) : lo;
+        auto a = hn::Zero(d);
+        for (std::size_t k = 0; k < taps; ++k)
+          a = hn::Add(a, hn::Mul(PickLanes<kPair>(d, lo, hi, index + k * n), hn::Load(d, factor + k * n)));
+        StoreSum(d, a, dst + (j * dstStride + eFirst + g * n));
+      }
+    }
+  }
+}
+
+template <class E>
+bool LookupItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HWY_RESTRICT weights,
+                 std::size_t const* HWY_RESTRICT offsets, std::size_t m, std::size_t srcStride,
+                 std::size_t srcLength, std::size_t dstStride, std::size_t eFirst, std::size_t eLast,
+                 std::size_t taps, std::size_t first, std::size_t last) {
+  hn::ScalableTag<double> d;
+  std::size_t const n = hn::Lanes(d);
+  std::size_t const runs = (eLast - eFirst) / n, entries = runs * taps * n;
+  std::size_t const width = kPairTables && n == 8 ? 2 * n : n;  // the widest table a run may use
+  if (n < 4 || taps == 0 || srcLength < width || runs == 0 || entries * 16 > kMaxLookupPlan) return false;
   auto const base = hwy::AllocateAligned<std::size_t>(runs);
   auto const lanes = hwy::AllocateAligned<std::int64_t>(entries);
   auto const factors = hwy::AllocateAligned<double>(entries);
   if (!base || !lanes || !factors) return false;
+  auto source = [&](std::size_t e, std::size_t k) { return offsets[e / m * taps + k] + e % m; };
+  std::size_t span = 0;  // the widest run's
   for (std::size_t g = 0; g < runs; ++g) {
-    std::size_t lo = offsets[g * n * taps], hi = lo;
-    for (std::size_t e = g * n * taps; e < (g + 1) * n * taps; ++e) {
-      lo = std::min(lo, offsets[e]);
-      hi = std::max(hi, offsets[e]);
-    }
-    if (hi >= srcRows || hi - lo >= n) return false;
-    base[g] = std::min(lo, srcRows - n);  // the vector load stays inside the column
+    std::size_t const e0 = eFirst + g * n;
+    std::size_t lo = source(e0, 0), hi = lo;
+    for (std::size_t e = e0; e < e0 + n; ++e)
+      for (std::size_t k = 0; k < taps; ++k) {
+        lo = std::min(lo, source(e, k));
+        hi = std::max(hi, source(e, k));
+      }
+    if (hi >= srcLength || hi - lo >= width) return false;
+    span = std::max(span, hi - lo + 1);
+    base[g] = lo;
   }
-  for (std::size_t g = 0; g < runs; ++g)
+  std::size_t const table = span <= n ? n : width;  // the vector loads stay inside the item's source
+  for (std::size_t g = 0; g < runs; ++g) {
+    base[g] = std::min(base[g], srcLength - table);
     for (std::size_t k = 0; k < taps; ++k)
       for (std::size_t c = 0; c < n; ++c) {
-        std::size_t const at = (g * taps + k) * n + c, e = (g * n + c) * taps + k;
-        lanes[at] = static_cast<std::int64_t>(offsets[e] - base[g]);
-        factors[at] = weights[e];
+        std::size_t const at = (g * taps + k) * n + c, e = eFirst + g * n + c;
+        lanes[at] = static_cast<std::int64_t>(source(e, k) - base[g]);
+        factors[at] = weights[e / m * taps + k];
       }
-  // A few columns at a time, so that the arrangement is read once per sweep
-  // and each column's lines stay in cache from one run to the next.
-  for (std::size_t j0 = first; j0 < last; j0 += kLookupColumns) {
-    std::size_t const j1 = std::min(last, j0 + kLookupColumns);
-    for (std::size_t g = 0; g < runs; ++g) {
-      std::int64_t const* HWY_RESTRICT index = lanes.get() + g * taps * n;
-      double const* HWY_RESTRICT factor = factors.get() + g * taps * n;
-      for (std::size_t j = j0; j < j1; ++j) {
-        E const* from = src + (j * srcRows + base[g]);
-        hwy::Prefetch(from + kPrefetchAhead / sizeof(E));
-        auto const v = LoadWidened(d, from);
-        auto a = hn::Zero(d);
-        for (std::size_t k = 0; k < taps; ++k)
-          a = hn::Add(a, hn::Mul(hn::TableLookupLanes(v, hn::SetTableIndices(d, index + k * n)),
-                                 hn::Load(d, factor + k * n)));
-        StoreSum(d, a, dst + (j * dstRows + g * n));
-      }
-    }
   }
+  if (table == n)
+    LookupRuns<false>(src, dst, srcStride, dstStride, eFirst, runs, taps, first, last, base.get(), lanes.get(),
+                      factors.get());
+  else
+    LookupRuns<kPairTables>(src, dst, srcStride, dstStride, eFirst, runs, taps, first, last, base.get(),
+                            lanes.get(), factors.get());
   for (std::size_t j = first; j < last; ++j)
-    for (std::size_t i = runs * n; i < dstRows; ++i)
-      dst[j * dstRows + i] = PlainElement(src, j * srcRows, weights + i * taps, offsets + i * taps, 1, taps);
+    for (std::size_t e = eFirst + runs * n; e < eLast; ++e)
+      dst[j * dstStride + e] = PlainElement(src, j * srcStride + e % m, weights + e / m * taps,
+                                            offsets + e / m * taps, 1, taps);
   return true;
 }
 
 template <class E>
 void ColumnItems(E const* src, E* dst, double const* weights, std::size_t const* offsets, std::size_t srcRows,
                  std::size_t dstRows, std::size_t taps, std::size_t first, std::size_t last) {
-  if (!LookupColumns(src, dst, weights, offsets, srcRows, dstRows, taps, first, last))
+  if (!LookupItems(src, dst, weights, offsets, 1, srcRows, srcRows, dstRows, 0, dstRows, taps, first, last))
     TiledItems(src, dst, weights, offsets, 1, srcRows, dstRows, 0, dstRows, taps, first, last);
 }
 
@@ -421,7 +470,9 @@ template <class E>
 void RowColumnsNarrow(E const* src, E* dst, double const* weights, std::size_t const* offsets, std::size_t rows,
                       std::size_t srcCols, std::size_t dstCols, std::size_t taps, std::size_t planes,
                       std::size_t first, std::size_t last) {
-  TiledItems(src, dst, weights, offsets, rows, rows * srcCols, rows * dstCols, first, last, taps, 0, planes);
+  if (!LookupItems(src, dst, weights, offsets, rows, rows * srcCols, rows * srcCols, rows * dstCols, first * rows,
+                   last * rows, taps, 0, planes))
+    TiledItems(src, dst, weights, offsets, rows, rows * srcCols, rows * dstCols, first, last, taps, 0, planes);
 }
 
 }  // namespace

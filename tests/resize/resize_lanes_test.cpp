@@ -92,9 +92,9 @@ void checkType() {
         }
     // Short columns (a pixel's channels), a tile of planes at a time: runs
     // off vector boundaries, and taps spread wider than a window (the plain
-    // rule's turn).
+    // rule's turn); an enlargement's near taps take the lane-permuting form.
     for (std::size_t m : {1, 2, 3, 7})
-      for (std::size_t srcCols : {5, 3000})
+      for (auto [srcCols, near] : {std::pair<std::size_t, bool>{5, false}, {3000, false}, {9, true}})
         for (std::size_t taps : {0, 1, 3, 8, 17, 40})
           for (Range run : {Range{0, 17}, {3, 12}, {8, 8}, {1, 2}}) {
             std::size_t const first = run.first, last = run.second;
@@ -103,7 +103,9 @@ void checkType() {
             std::size_t const planes = 13, len = 17;  // tiles of eight and of four planes, and one more
             auto const src = resizetest::randomSamples<E>(rng, m * srcCols * planes);
             auto const w = resizetest::randomWeights(rng, taps * len);
-            auto const o = offsets(rng, taps * len, srcCols, m);
+            auto o = offsets(rng, taps * len, srcCols, m);
+            for (std::size_t e = 0; near && e < o.size(); ++e)
+              o[e] = std::min(srcCols - 1, e / taps * srcCols / len + rng() % 3) * m;
             std::vector<E> dst(m * len * planes, E(77));
             qz::resizeRowColumnsNarrow<E>(src.data(), dst.data(), w.data(), o.data(), m, srcCols, len, taps, planes,
                                           first, last);
