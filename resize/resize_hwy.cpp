@@ -18,7 +18,6 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "hwy/aligned_allocator.h"
 #include "hwy/cache_control.h"
 
 #include "common/convert.hpp"
@@ -352,12 +351,12 @@ void TiledItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* HW
 // with no transposes.  The items are as in TiledItems (output element e of
 // an item is channel e % m of position e / m), elements [eFirst, eLast) of
 // items [first, last); srcLength is the length of an item's source.  The
-// filter is rearranged once per call (per run and tap, a vector of lane
-// indices and one of weights).  Returns false, having written nothing, where
-// the filter does not fit or the arrangement would be large.
-constexpr std::size_t kMaxLookupPlan = std::size_t{8} << 20;  // bytes
-constexpr std::size_t kLookupItems = 16;                      // items swept per run
-constexpr std::size_t kPrefetchAhead = 512;                   // bytes
+// filter is rearranged a batch of runs at a time (per run and tap, a vector
+// of lane indices and one of weights).  Returns false, having written
+// nothing, where the filter does not fit.
+constexpr std::size_t kLookupEntries = 2048;  // lanes of a batch's arrangement
+constexpr std::size_t kLookupItems = 16;      // items swept per run
+constexpr std::size_t kPrefetchAhead = 512;   // bytes
 
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
 constexpr bool kPairTables = true;
@@ -415,43 +414,52 @@ bool LookupItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
                  std::size_t taps, std::size_t first, std::size_t last) {
   hn::ScalableTag<double> d;
   std::size_t const n = hn::Lanes(d);
-  std::size_t const runs = (eLast - eFirst) / n, entries = runs * taps * n;
+  std::size_t const runs = (eLast - eFirst) / n;
   std::size_t const width = kPairTables && n == 8 ? 2 * n : n;  // the widest table a run may use
-  if (n < 4 || taps == 0 || srcLength < width || runs == 0 || entries * 16 > kMaxLookupPlan) return false;
-  auto const base = hwy::AllocateAligned<std::size_t>(runs);
-  auto const lanes = hwy::AllocateAligned<std::int64_t>(entries);
-  auto const factors = hwy::AllocateAligned<double>(entries);
-  if (!base || !lanes || !factors) return false;
+  if (n < 4 || taps == 0 || taps * n > kLookupEntries || srcLength < width || runs == 0) return false;
   auto source = [&](std::size_t e, std::size_t k) { return offsets[e / m * taps + k] + e % m; };
-  std::size_t span = 0;  // the widest run's
-  for (std::size_t g = 0; g < runs; ++g) {
+  auto lowest = [&](std::size_t g, std::size_t& hi) {  // of run g's sources; hi their highest
     std::size_t const e0 = eFirst + g * n;
-    std::size_t lo = source(e0, 0), hi = lo;
+    std::size_t lo = source(e0, 0);
+    hi = lo;
     for (std::size_t e = e0; e < e0 + n; ++e)
       for (std::size_t k = 0; k < taps; ++k) {
         lo = std::min(lo, source(e, k));
         hi = std::max(hi, source(e, k));
       }
+    return lo;
+  };
+  std::size_t span = 0;  // the widest run's
+  for (std::size_t g = 0; g < runs; ++g) {
+    std::size_t hi = 0;
+    std::size_t const lo = lowest(g, hi);
     if (hi >= srcLength || hi - lo >= width) return false;
     span = std::max(span, hi - lo + 1);
-    base[g] = lo;
   }
-  std::size_t const table = span <= n ? n : width;  // the vector loads stay inside the item's source
-  for (std::size_t g = 0; g < runs; ++g) {
-    base[g] = std::min(base[g], srcLength - table);
-    for (std::size_t k = 0; k < taps; ++k)
-      for (std::size_t c = 0; c < n; ++c) {
-        std::size_t const at = (g * taps + k) * n + c, e = eFirst + g * n + c;
-        lanes[at] = static_cast<std::int64_t>(source(e, k) - base[g]);
-        factors[at] = weights[e / m * taps + k];
-      }
+  std::size_t const table = span <= n ? n : width;
+  // The arrangement of a batch of runs at a time, on the stack.
+  std::size_t const batch = kLookupEntries / (taps * n);
+  HWY_ALIGN std::int64_t lanes[kLookupEntries];
+  HWY_ALIGN double factors[kLookupEntries];
+  std::size_t base[kLookupEntries / 4];
+  for (std::size_t g0 = 0; g0 < runs; g0 += batch) {
+    std::size_t const count = std::min(batch, runs - g0);
+    for (std::size_t b = 0; b < count; ++b) {
+      std::size_t hi = 0;
+      base[b] = std::min(lowest(g0 + b, hi), srcLength - table);  // the vector loads stay inside the source
+      for (std::size_t k = 0; k < taps; ++k)
+        for (std::size_t c = 0; c < n; ++c) {
+          std::size_t const at = (b * taps + k) * n + c, e = eFirst + (g0 + b) * n + c;
+          lanes[at] = static_cast<std::int64_t>(source(e, k) - base[b]);
+          factors[at] = weights[e / m * taps + k];
+        }
+    }
+    std::size_t const e0 = eFirst + g0 * n;
+    if (table == n)
+      LookupRuns<false>(src, dst, srcStride, dstStride, e0, count, taps, first, last, base, lanes, factors);
+    else
+      LookupRuns<kPairTables>(src, dst, srcStride, dstStride, e0, count, taps, first, last, base, lanes, factors);
   }
-  if (table == n)
-    LookupRuns<false>(src, dst, srcStride, dstStride, eFirst, runs, taps, first, last, base.get(), lanes.get(),
-                      factors.get());
-  else
-    LookupRuns<kPairTables>(src, dst, srcStride, dstStride, eFirst, runs, taps, first, last, base.get(),
-                            lanes.get(), factors.get());
   for (std::size_t j = first; j < last; ++j)
     for (std::size_t e = eFirst + runs * n; e < eLast; ++e)
       dst[j * dstStride + e] = PlainElement(src, j * srcStride + e % m, weights + e / m * taps,

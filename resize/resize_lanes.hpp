@@ -22,7 +22,8 @@ void resizeRowColumn(E const* src, std::size_t base, double const* w, std::size_
 
 // Output columns [first, last) of the row kernel over every plane, for
 // columns of a few rows (fewer than a vector holds): the lanes run across
-// planes, a tile of them at a time, instead of down one column.
+// planes, a tile of them at a time, instead of down one column; or, for an
+// enlargement, along the planes' output elements.
 template <class E>
 void resizeRowColumnsNarrow(E const* src, E* dst, double const* weights, std::size_t const* offsets,
                             std::size_t rows, std::size_t srcCols, std::size_t dstCols, std::size_t taps,
@@ -30,7 +31,7 @@ void resizeRowColumnsNarrow(E const* src, E* dst, double const* weights, std::si
 
 // Column items [first, last) of the column kernel (item j reads the srcRows
 // elements from j*srcRows and writes the dstRows from j*dstRows), a tile of
-// columns at a time.
+// columns at a time, or, for an enlargement, down each column.
 template <class E>
 void resizeColumnItems(E const* src, E* dst, double const* weights, std::size_t const* offsets,
                        std::size_t srcRows, std::size_t dstRows, std::size_t taps, std::size_t first,
