@@ -49,20 +49,21 @@ HWY_INLINE hn::Vec<D> LoadWidened(D d, E const* HWY_RESTRICT p) {
 // AVX-512's saturating narrowings of int32 lanes to 8 or 16 bits: one
 // instruction where the portable demotion packs and permutes.  Unsigned
 // types see only non-negative lanes here, so the unsigned saturation of
-// the bits is the value's.
+// the bits is the value's.  (The zeroing forms, every lane selected: the
+// plain forms' headers leave a value the compiler takes as uninitialised.)
 template <class E>
 HWY_INLINE __m128i NarrowSaturated(__m256i i) {
-  if constexpr (std::is_same_v<E, std::uint8_t>) return _mm256_cvtusepi32_epi8(i);
-  if constexpr (std::is_same_v<E, std::int8_t>) return _mm256_cvtsepi32_epi8(i);
-  if constexpr (std::is_same_v<E, std::uint16_t>) return _mm256_cvtusepi32_epi16(i);
-  return _mm256_cvtsepi32_epi16(i);
+  if constexpr (std::is_same_v<E, std::uint8_t>) return _mm256_maskz_cvtusepi32_epi8(0xFF, i);
+  if constexpr (std::is_same_v<E, std::int8_t>) return _mm256_maskz_cvtsepi32_epi8(0xFF, i);
+  if constexpr (std::is_same_v<E, std::uint16_t>) return _mm256_maskz_cvtusepi32_epi16(0xFF, i);
+  return _mm256_maskz_cvtsepi32_epi16(0xFF, i);
 }
 template <class E>
 HWY_INLINE __m128i NarrowSaturated(__m128i i) {
-  if constexpr (std::is_same_v<E, std::uint8_t>) return _mm_cvtusepi32_epi8(i);
-  if constexpr (std::is_same_v<E, std::int8_t>) return _mm_cvtsepi32_epi8(i);
-  if constexpr (std::is_same_v<E, std::uint16_t>) return _mm_cvtusepi32_epi16(i);
-  return _mm_cvtsepi32_epi16(i);
+  if constexpr (std::is_same_v<E, std::uint8_t>) return _mm_maskz_cvtusepi32_epi8(0xF, i);
+  if constexpr (std::is_same_v<E, std::int8_t>) return _mm_maskz_cvtsepi32_epi8(0xF, i);
+  if constexpr (std::is_same_v<E, std::uint16_t>) return _mm_maskz_cvtusepi32_epi16(0xF, i);
+  return _mm_maskz_cvtsepi32_epi16(0xF, i);
 }
 #endif
 
