@@ -417,7 +417,7 @@ bool LookupItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
   std::size_t const n = hn::Lanes(d);
   std::size_t const runs = (eLast - eFirst) / n;
   std::size_t const width = kPairTables && n == 8 ? 2 * n : n;  // the widest table a run may use
-  if (n < 4 || taps == 0 || taps * n > kLookupEntries || srcLength < width || runs == 0) return false;
+  if (n < 4 || taps == 0 || taps * n > kLookupEntries || runs == 0) return false;
   auto source = [&](std::size_t e, std::size_t k) { return offsets[e / m * taps + k] + e % m; };
   auto lowest = [&](std::size_t g, std::size_t& hi) {  // of run g's sources; hi their highest
     std::size_t const e0 = eFirst + g * n;
@@ -438,6 +438,7 @@ bool LookupItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
     span = std::max(span, hi - lo + 1);
   }
   std::size_t const table = span <= n ? n : width;
+  if (srcLength < table) return false;  // the vector loads stay inside the item's source
   // The arrangement of a batch of runs at a time, on the stack.
   std::size_t const batch = kLookupEntries / (taps * n);
   HWY_ALIGN std::int64_t lanes[kLookupEntries];
@@ -447,7 +448,7 @@ bool LookupItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
     std::size_t const count = std::min(batch, runs - g0);
     for (std::size_t b = 0; b < count; ++b) {
       std::size_t hi = 0;
-      base[b] = std::min(lowest(g0 + b, hi), srcLength - table);  // the vector loads stay inside the source
+      base[b] = std::min(lowest(g0 + b, hi), srcLength - table);
       for (std::size_t k = 0; k < taps; ++k)
         for (std::size_t c = 0; c < n; ++c) {
           std::size_t const at = (b * taps + k) * n + c, e = eFirst + (g0 + b) * n + c;

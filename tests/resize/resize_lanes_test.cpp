@@ -67,12 +67,13 @@ void checkType() {
                   return plain(src.data() + scale * start + e - 1, w.data(), o.data(), scale, taps);
                 });
           }
-    // Column items, a tile at a time; the last shape's taps spread over more
-    // rows than a window holds.  Enlargements (each output's taps near its
-    // place, some at the last rows) take the lane-permuting form instead.
-    using Shape = std::tuple<std::size_t, std::size_t, bool>;  // rows, length, near
-    for (auto [m, len, near] : {Shape{5, 7, false}, {12, 8, false}, {40, 17, false}, {3000, 9, false},
-                                {12, 30, true}, {8, 21, true}})
+    // Column items, a tile at a time; the last random shape's taps spread
+    // over more rows than a window holds.  Enlargements (each output's taps
+    // within `near` rows of its place, some at the last rows) take the
+    // lane-permuting form instead, from one vector or from a pair.
+    using Shape = std::tuple<std::size_t, std::size_t, std::size_t>;  // rows, length, near (0: anywhere)
+    for (auto [m, len, near] : {Shape{5, 7, 0}, {12, 8, 0}, {40, 17, 0}, {3000, 9, 0}, {12, 30, 4}, {8, 21, 4},
+                                {40, 100, 10}})
       for (std::size_t taps : kTaps)
         for (Range run : {Range{0, 21}, {3, 14}, {5, 5}, {1, 2}}) {
           std::size_t const first = run.first, last = run.second;
@@ -81,7 +82,7 @@ void checkType() {
           auto const src = resizetest::randomSamples<E>(rng, m * 21);
           auto const w = resizetest::randomWeights(rng, taps * len);
           auto o = offsets(rng, taps * len, m, 1);
-          for (std::size_t e = 0; near && e < o.size(); ++e) o[e] = std::min(m - 1, e / taps * m / len + rng() % 4);
+          for (std::size_t e = 0; near && e < o.size(); ++e) o[e] = std::min(m - 1, e / taps * m / len + rng() % near);
           std::vector<E> dst(len * 21, E(77));
           qz::resizeColumnItems<E>(src.data(), dst.data(), w.data(), o.data(), m, len, taps, first, last);
           expectOnly(
