@@ -19,6 +19,10 @@
 #include <limits>
 #include <type_traits>
 
+#include <algorithm>
+
+#include "common/streaming.hpp"
+#include "hwy/cache_control.h"
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -48,6 +52,41 @@ HWY_INLINE hn::Vec<D> WidenToDouble(D d, V v) {
   } else {
     return hn::PromoteTo(d, hn::PromoteTo(hn::Rebind<std::int32_t, D>(), v));
   }
+}
+
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+namespace x86 {
+// The truncating conversions to int32 as the instruction set has them, by
+// register width.
+HWY_INLINE __m128i TruncToInt32(__m128 v) { return _mm_cvttps_epi32(v); }
+HWY_INLINE __m128i TruncToInt32(__m128d v) { return _mm_cvttpd_epi32(v); }
+#if HWY_TARGET <= HWY_AVX2
+HWY_INLINE __m256i TruncToInt32(__m256 v) { return _mm256_cvttps_epi32(v); }
+HWY_INLINE __m128i TruncToInt32(__m256d v) { return _mm256_cvttpd_epi32(v); }
+#endif
+#if HWY_TARGET <= HWY_AVX3
+// (The zero-masking forms with every lane kept: the plain ones start from an
+// undefined register, which the compiler warns of.)
+HWY_INLINE __m512i TruncToInt32(__m512 v) { return _mm512_maskz_cvttps_epi32(0xFFFF, v); }
+HWY_INLINE __m256i TruncToInt32(__m512d v) { return _mm512_maskz_cvttpd_epi32(0xFF, v); }
+#endif
+}  // namespace x86
+#endif
+
+// trunc(v) in int32 lanes, for lanes known to lie within int32's range: on
+// x86 the conversion instruction alone, without the clamp or fix-up that the
+// general conversions spend on lanes out of range.
+template <class D>
+HWY_INLINE hn::Vec<hn::Rebind<std::int32_t, D>> TruncateInRange(D, hn::Vec<D> v) {
+  hn::Rebind<std::int32_t, D> di;
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+  return hn::Vec<decltype(di)>{x86::TruncToInt32(v.raw)};
+#else
+  if constexpr (sizeof(hn::TFromD<D>) == 4)
+    return hn::ConvertTo(di, v);
+  else
+    return hn::DemoteTo(di, v);
+#endif
 }
 
 // The doubles of s (already integral, within [-2^31, 2^31)) as T's lanes;
@@ -132,6 +171,28 @@ HWY_INLINE void LoadRgb(DIn d, hn::TFromD<DIn> const* HWY_RESTRICT in, std::size
   } else {
     hn::LoadInterleaved3(d, in + 3 * i, r, g, b);
   }
+}
+
+// Fills out[b, e) with f(i), the vector of lanes of dt for elements i ..
+// i+Lanes(dt)-1, at every whole vector, and the rest with rule(from, to).
+// With `stream`, the vectors from the first aligned one on are written with
+// non-temporal stores, where a vector is a whole register (a narrower one
+// would stream past its lanes).
+template <class D, class F, class Rule>
+HWY_INLINE void StoreVectors(D dt, hn::TFromD<D>* HWY_RESTRICT out, std::size_t b, std::size_t e, bool stream, F f,
+                             Rule rule) {
+  using T = hn::TFromD<D>;
+  std::size_t const n = hn::Lanes(dt);
+  std::size_t i = b;
+  if (stream && hn::MaxLanes(dt) * sizeof(T) >= 16) {
+    i = std::min(e, b + elementsToAlignment(out + b, n * sizeof(T)));
+    rule(b, i);
+    for (; i + n <= e; i += n) hn::Stream(f(i), dt, out + i);
+    hwy::FlushStream();  // seen by every thread before the caller's next store
+  } else {
+    for (; i + n <= e; i += n) hn::StoreU(f(i), dt, out + i);
+  }
+  rule(i, e);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -11,6 +11,7 @@
 #include <limits>
 #include <random>
 
+#include "common/streaming.hpp"
 #include "indexed/grayto8.hpp"
 #include "indexed/ind2rgb8.hpp"
 #include "qzimages/qzimages.hpp"
@@ -105,16 +106,30 @@ void expectEveryTarget(std::size_t n, std::size_t planes, Run run, Want want) {
   });
 }
 
-// grayto8's kernel on both strides (real and complex input).
+// grayto8's kernel on both strides (real and complex input), and on an
+// output large enough for the streaming stores, starting one byte past an
+// aligned address so that it has a head and a tail.
 template <class T, class Rule>
 void expectGrayto8KernelLike(std::vector<T> const& values, Rule rule) {
-  for (std::size_t stride : {1, 2})
+  for (std::size_t stride : {1, 2}) {
     expectEveryTarget(
         values.size() / stride, 1,
         [&](std::size_t b, std::size_t e, std::uint8_t* out) {
           qz::convertGrayToBytes(values.data() + b * stride, e - b, stride, out + b);
         },
         [&](std::size_t j) { return rule(values[j * stride]); });
+    std::size_t const count = qz::kStreamedBytes + 77;
+    std::vector<T> large(count * stride);
+    for (std::size_t j = 0; j < large.size(); ++j) large[j] = values[j % values.size()];
+    Bytes want(count + 2, 0xA5);
+    for (std::size_t j = 0; j < count; ++j) want[j + 1] = rule(large[j * stride]);
+    qztest::forEachTarget([&] {
+      Bytes out(count + 2, 0xA5);
+      qz::convertGrayToBytes(large.data(), count, stride, out.data() + 1);
+      auto const bad = std::mismatch(out.begin(), out.end(), want.begin());
+      ASSERT_TRUE(bad.first == out.end()) << "streamed, byte " << bad.first - out.begin() << " of " << count + 2;
+    });
+  }
 }
 
 TEST(IndexedKernelTest, Grayto8OfEveryClassMatchesTheReferenceOnEveryKernel) {
