@@ -14,12 +14,11 @@
 #define QZ_COMMON_SIMD_INL_HPP_
 #endif
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
-
-#include <algorithm>
 
 #include "common/streaming.hpp"
 #include "hwy/cache_control.h"
@@ -139,26 +138,6 @@ HWY_INLINE hn::Vec<D> ClampToUnit(D d, hn::Vec<D> s) {
   return hn::IfThenElse(hn::Gt(kept, hn::Set(d, 1.0)), hn::Set(d, 1.0), kept);
 }
 
-// offsetUnitToByte and its single-precision twin: t = v*255 + 0.5 (product
-// and sum each rounded in v's precision), t > 255 gives 255, t < 0 and NaN
-// give 0, otherwise trunc(t).  Returns the bytes in uint8 lanes.  Only the
-// low side needs a test: the conversion to int32 saturates what is left
-// (0 to +inf) at INT32_MAX, and the demotion to bytes saturates at 255, so
-// trunc(t) above 255 becomes 255 as the rule's test would make it.
-template <class D>
-HWY_INLINE hn::Vec<hn::Rebind<std::uint8_t, D>> OffsetUnitToByte(D d, hn::Vec<D> v) {
-  using F = hn::TFromD<D>;
-  hn::Rebind<std::int32_t, D> di;
-  auto t = hn::Add(hn::Mul(v, hn::Set(d, F(255))), hn::Set(d, F(0.5)));
-  t = hn::IfThenElseZero(hn::Ge(t, hn::Zero(d)), t);  // NaN fails too
-  hn::Vec<decltype(di)> i;
-  if constexpr (sizeof(F) == 4)
-    i = hn::ConvertTo(di, t);
-  else
-    i = hn::DemoteTo(di, t);
-  return hn::DemoteTo(hn::Rebind<std::uint8_t, D>(), i);
-}
-
 // One vector of red, green and blue samples from pixel i on: from three
 // planes p elements apart, or from interleaved triples.
 template <class DIn>
@@ -177,14 +156,15 @@ HWY_INLINE void LoadRgb(DIn d, hn::TFromD<DIn> const* HWY_RESTRICT in, std::size
 // i+Lanes(dt)-1, at every whole vector, and the rest with rule(from, to).
 // With `stream`, the vectors from the first aligned one on are written with
 // non-temporal stores, where a vector is a whole register (a narrower one
-// would stream past its lanes).
+// would stream past its lanes) and `out` is aligned to its element type (or
+// no vector of it is aligned).
 template <class D, class F, class Rule>
 HWY_INLINE void StoreVectors(D dt, hn::TFromD<D>* HWY_RESTRICT out, std::size_t b, std::size_t e, bool stream, F f,
                              Rule rule) {
   using T = hn::TFromD<D>;
   std::size_t const n = hn::Lanes(dt);
   std::size_t i = b;
-  if (stream && hn::MaxLanes(dt) * sizeof(T) >= 16) {
+  if (stream && hn::MaxLanes(dt) * sizeof(T) >= 16 && reinterpret_cast<std::uintptr_t>(out) % sizeof(T) == 0) {
     i = std::min(e, b + elementsToAlignment(out + b, n * sizeof(T)));
     rule(b, i);
     for (; i + n <= e; i += n) hn::Stream(f(i), dt, out + i);

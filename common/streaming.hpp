@@ -12,13 +12,11 @@ namespace qz {
 // Outputs of at least this many bytes are streamed.
 inline constexpr std::size_t kStreamedBytes = std::size_t{4} << 20;
 
-// The number of elements from p on before the first address that is a
-// multiple of `align` bytes; `align` for a p not aligned to its own element
-// type, which no streamed run can start from.
+// The number of elements from p, which must be aligned to its own element
+// type, on before the first address that is a multiple of `align` bytes.
 template <class T>
 std::size_t elementsToAlignment(T const* p, std::size_t align) {
   auto const at = reinterpret_cast<std::uintptr_t>(p);
-  if (at % sizeof(T) != 0) return align;
   return (align - at % align) % align / sizeof(T);
 }
 
