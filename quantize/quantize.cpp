@@ -52,8 +52,8 @@ void clearMoments(MomentTables& m) {
 
 namespace {
 
-// Pixels per histogram chunk: small enough that a chunk's cell codes, packed
-// sums and squares stay in the first-level cache between the two loops below.
+// Pixels per histogram chunk: small enough that a chunk's cell codes and
+// squares stay in the first-level cache between its two passes.
 constexpr std::size_t kHistogramChunk = 2048;
 
 // Pixels per flush of the packed 32-bit sums into the 64-bit tables: a cell's
@@ -62,25 +62,17 @@ constexpr std::size_t kHistogramChunk = 2048;
 constexpr std::size_t kFlushPixels = 16u << 20;
 static_assert(255.0 * kFlushPixels < 4294967296.0, "a packed channel sum could overflow its half");
 
-// One cell's statistics while the histogram is built, on one cache line or
-// two: red and green sums packed in one word, blue sum and count in another,
-// and the square sum.
-struct HistogramCell {
-  std::uint64_t redGreen;   // red sum | green sum << 32
-  std::uint64_t blueCount;  // blue sum | pixel count << 32
-  float squares;
-};
-
-// Adds the packed sums into the tables and clears them; the square sums stay
-// where they are, accumulating in pixel order until the end.
-void flushPacked(MomentTables& m, HistogramCell* cells) {
+// Adds the packed sums of both tables into the moment tables and clears
+// them.
+void flushPacked(MomentTables& m, PackedSums* sums) {
   for (std::size_t c = 0; c < static_cast<std::size_t>(kCellCount); ++c) {
-    HistogramCell& x = cells[c];
-    m.red[c] += static_cast<std::int64_t>(x.redGreen & 0xffffffffu);
-    m.green[c] += static_cast<std::int64_t>(x.redGreen >> 32);
-    m.blue[c] += static_cast<std::int64_t>(x.blueCount & 0xffffffffu);
-    m.weight[c] += static_cast<std::int64_t>(x.blueCount >> 32);
-    x.redGreen = x.blueCount = 0;
+    for (PackedSums* x : {&sums[c], &sums[kCellCount + c]}) {
+      m.red[c] += static_cast<std::int64_t>(x->redGreen & 0xffffffffu);
+      m.green[c] += static_cast<std::int64_t>(x->redGreen >> 32);
+      m.blue[c] += static_cast<std::int64_t>(x->blueCount & 0xffffffffu);
+      m.weight[c] += static_cast<std::int64_t>(x->blueCount >> 32);
+      *x = PackedSums{0, 0};
+    }
   }
 }
 
@@ -88,44 +80,22 @@ void flushPacked(MomentTables& m, HistogramCell* cells) {
 
 void buildColorHistogram(MomentTables& m, std::uint8_t const* red, std::uint8_t const* green,
                          std::uint8_t const* blue, std::size_t pixelCount, std::uint16_t* labels) {
-  ScratchArray<HistogramCell> cells(kCellCount, ScratchFill::Zeroed);
-  HistogramCell* const cell = cells.get();
-  for (std::size_t c = 0; c < static_cast<std::size_t>(kCellCount); ++c) cell[c].squares = m.squares[c];
-
-  std::uint64_t packedRG[kHistogramChunk], packedBW[kHistogramChunk];
+  ScratchArray<PackedSums> sums(2 * static_cast<std::size_t>(kCellCount), ScratchFill::Zeroed);
   float squares[kHistogramChunk];
   std::size_t sinceFlush = 0;
   for (std::size_t start = 0; start < pixelCount; start += kHistogramChunk) {
     std::size_t const n = std::min(kHistogramChunk, pixelCount - start);
     std::uint8_t const *r = red + start, *g = green + start, *b = blue + start;
     std::uint16_t* code = labels + start;
-    // Per-pixel values, without dependences between pixels so that they can
-    // run in vector lanes.  The cell code of a channel value is (v >> 3) + 1;
-    // the largest code, 35936, fits 16 bits.  The three squares add exactly
-    // as integers (at most 195075) and convert to float exactly.
-    for (std::size_t p = 0; p < n; ++p) {
-      unsigned const R = r[p], G = g[p], B = b[p];
-      code[p] = static_cast<std::uint16_t>(((R >> 3) + 1) * kCellPlane + ((G >> 3) + 1) * kCellSide + (B >> 3) + 1);
-      packedRG[p] = R | std::uint64_t{G} << 32;
-      packedBW[p] = B | std::uint64_t{1} << 32;
-      squares[p] = static_cast<float>(static_cast<std::int32_t>(R * R + G * G + B * B));
-    }
-    // The scatter, one table line or two per pixel; each cell's float square
-    // sum rounds once per pixel, in pixel order.
-    for (std::size_t p = 0; p < n; ++p) {
-      HistogramCell& x = cell[code[p]];
-      x.redGreen += packedRG[p];
-      x.blueCount += packedBW[p];
-      x.squares += squares[p];
-    }
+    cellCodesAndSquares(r, g, b, n, code, squares);
+    addPixelsToCells(code, r, g, b, squares, n, sums.get(), m.squares);
     sinceFlush += n;
     if (sinceFlush + kHistogramChunk > kFlushPixels) {
-      flushPacked(m, cell);
+      flushPacked(m, sums.get());
       sinceFlush = 0;
     }
   }
-  flushPacked(m, cell);
-  for (std::size_t c = 0; c < static_cast<std::size_t>(kCellCount); ++c) m.squares[c] = cell[c].squares;
+  flushPacked(m, sums.get());
 }
 
 // One cell of one table: the sum along b so far (line), the sum over the

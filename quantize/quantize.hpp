@@ -31,6 +31,38 @@ inline constexpr int cellCode(int r, int g, int b) { return r * kCellPlane + g *
 // The cell coordinate of an 8-bit channel value.
 inline constexpr int cellOf(std::uint8_t v) { return (v >> 3) + 1; }
 
+// A pixel's cell code; the largest, 35936, fits 16 bits.
+inline constexpr std::uint16_t pixelCellCode(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
+  return static_cast<std::uint16_t>(cellCode(cellOf(r), cellOf(g), cellOf(b)));
+}
+
+// R^2 + G^2 + B^2 added as integers (at most 195075) and converted to float,
+// which holds it exactly.
+inline float pixelSquareSum(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
+  return static_cast<float>(static_cast<std::int32_t>(unsigned{r} * r + unsigned{g} * g + unsigned{b} * b));
+}
+
+// pixelCellCode and pixelSquareSum of count planar pixels, in vector lanes
+// of the best instruction set the processor has.
+void cellCodesAndSquares(std::uint8_t const* red, std::uint8_t const* green, std::uint8_t const* blue,
+                         std::size_t count, std::uint16_t* codes, float* squares);
+
+// A cell's channel sums while the histogram is built, 32 bits each: red and
+// green in one word, blue and the pixel count in the other.
+struct PackedSums {
+  std::uint64_t redGreen;   // red sum | green sum << 32
+  std::uint64_t blueCount;  // blue sum | pixel count << 32
+};
+
+// Adds count pixels, given by their cell codes, channel values and square
+// sums, into the cells: each square sum into squareSums[code], cell by cell
+// in pixel order, and the channel sums of the even pixels into sums[code],
+// of the odd ones into sums[kCellCount + code] (or all into the first
+// table).  squareSums[0] must be 0.
+void addPixelsToCells(std::uint16_t const* codes, std::uint8_t const* red, std::uint8_t const* green,
+                      std::uint8_t const* blue, float const* squares, std::size_t count, PackedSums* sums,
+                      float* squareSums);
+
 // Per-cell statistics, turned in place into three-dimensional prefix sums.
 // Counts and channel sums are exact; the square sums are single precision,
 // accumulated in pixel order, and every box score built from them depends on
