@@ -60,48 +60,74 @@ void CellCodesAndSquares(std::uint8_t const* HWY_RESTRICT red, std::uint8_t cons
   }
 }
 
-HWY_INLINE void AddChannels(PackedSums& cell, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-  std::uint64_t redGreen = r | std::uint64_t{g} << 32, blueCount = b | std::uint64_t{1} << 32;
-#if HWY_COMPILER_GCC
-  // Two plain adds: left alone, the compiler pairs them in a vector that it
-  // assembles through the stack, and every pixel then stalls on a load
-  // that cannot take its data from the narrower stores just before it.
-  asm("" : "+r"(redGreen), "+r"(blueCount));
-#endif
-  cell.redGreen += redGreen;
-  cell.blueCount += blueCount;
-}
-
 void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t const* HWY_RESTRICT red,
                       std::uint8_t const* HWY_RESTRICT green, std::uint8_t const* HWY_RESTRICT blue,
                       float const* HWY_RESTRICT squares, std::size_t count, PackedSums* HWY_RESTRICT sums,
                       float* HWY_RESTRICT squareSums) {
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+  // Per block, first in vector lanes: whether each pixel continues the cell
+  // of the one before (a mask of all ones), the cell its run reads from
+  // (cell 0, a border cell no pixel reaches and which holds 0, when it
+  // continues), and its channels as bytes R, G, B, 1.  Then the chain.
+  constexpr std::size_t kBlock = 512;
+  std::uint16_t from[kBlock];
+  std::uint32_t continues[kBlock], channels[kBlock];
+  hn::ScalableTag<std::int32_t> const di;
+  hn::Rebind<std::uint8_t, decltype(di)> const d8;
+  hn::Rebind<std::uint16_t, decltype(di)> const d16;
+  hn::RebindToUnsigned<decltype(di)> const du;
+  std::size_t const lanes = hn::Lanes(di);
   hn::CappedTag<float, 1> const df;
-  hn::RebindToUnsigned<decltype(df)> const du;
-  auto running = hn::Zero(df);          // squareSums[previous], once previous is a cell
-  std::uint32_t previous = kCellCount;  // none yet
-  auto add = [&](std::size_t p, PackedSums* table) {
-    std::uint32_t const c = codes[p];
-    std::uint32_t const same = c == previous;
-    // Cell 0, a border cell no pixel reaches, holds 0: the load a continued
-    // run does not need reads it, and never waits for a store.
-    auto const fresh = hn::Add(hn::LoadU(df, squareSums + (c & (same - 1))), hn::LoadU(df, squares + p));
-    running = hn::Add(hn::And(running, hn::BitCast(df, hn::Set(du, 0u - same))), fresh);
-    hn::StoreU(running, df, squareSums + c);
-    previous = c;
-    AddChannels(table[c], red[p], green[p], blue[p]);
-  };
-  std::size_t p = 0;
-  for (; p + 2 <= count; p += 2) {
-    add(p, sums);
-    add(p + 1, sums + kCellCount);
+  hn::RebindToUnsigned<decltype(df)> const dm;
+  hn::Full128<std::uint32_t> const dw;  // one cell's four 32-bit sums
+  hn::Rebind<std::uint8_t, decltype(dw)> const db;
+  auto running = hn::Zero(df);  // the square sum of the cell of the pixel before
+  for (std::size_t start = 0; start < count; start += kBlock) {
+    std::size_t const n = count - start < kBlock ? count - start : kBlock;
+    std::uint16_t const* code = codes + start;
+    std::uint8_t const *r = red + start, *g = green + start, *b = blue + start;
+    auto describe = [&](std::size_t p) {
+      bool const same = (start + p) > 0 && code[p] == code[p - 1];
+      from[p] = same ? 0 : code[p];
+      continues[p] = same ? ~0u : 0u;
+      channels[p] = r[p] | g[p] << 8 | b[p] << 16 | 1u << 24;
+    };
+    std::size_t p = 0;
+    if (start == 0 && n > 0) describe(p++);  // the first pixel has none before it
+    for (; p + lanes <= n; p += lanes) {
+      auto const c = hn::PromoteTo(di, hn::LoadU(d16, code + p));
+      auto const same = hn::Eq(c, hn::PromoteTo(di, hn::LoadU(d16, code + p - 1)));
+      hn::StoreU(hn::DemoteTo(d16, hn::IfThenZeroElse(same, c)), d16, from + p);
+      hn::StoreU(hn::BitCast(du, hn::VecFromMask(di, same)), du, continues + p);
+      auto const rgb = hn::Or(hn::PromoteTo(du, hn::LoadU(d8, r + p)),
+                              hn::Or(hn::ShiftLeft<8>(hn::PromoteTo(du, hn::LoadU(d8, g + p))),
+                                     hn::ShiftLeft<16>(hn::PromoteTo(du, hn::LoadU(d8, b + p)))));
+      hn::StoreU(hn::Or(rgb, hn::Set(du, 1u << 24)), du, channels + p);
+    }
+    for (; p < n; ++p) describe(p);
+
+    auto add = [&](std::size_t q, PackedSums* table) {
+      auto const fresh = hn::Add(hn::LoadU(df, squareSums + from[q]), hn::LoadU(df, squares + start + q));
+      running = hn::Add(hn::And(running, hn::BitCast(df, hn::LoadU(dm, continues + q))), fresh);
+      hn::StoreU(running, df, squareSums + code[q]);
+      // The four sums stay below 2^32 between flushes, so 32-bit lanes add
+      // them as the packed words would.
+      auto* cell = reinterpret_cast<std::uint32_t*>(table + code[q]);
+      auto const pixel = hn::PromoteTo(dw, hn::LoadU(db, reinterpret_cast<std::uint8_t const*>(channels + q)));
+      hn::StoreU(hn::Add(hn::LoadU(dw, cell), pixel), dw, cell);
+    };
+    std::size_t q = 0;
+    for (; q + 2 <= n; q += 2) {
+      add(q, sums);
+      add(q + 1, sums + kCellCount);
+    }
+    if (q < n) add(q, sums);
   }
-  if (p < count) add(p, sums);
 #else
   for (std::size_t p = 0; p < count; ++p) {
     squareSums[codes[p]] += squares[p];
-    AddChannels(sums[codes[p]], red[p], green[p], blue[p]);
+    sums[codes[p]].redGreen += red[p] | std::uint64_t{green[p]} << 32;
+    sums[codes[p]].blueCount += blue[p] | std::uint64_t{1} << 32;
   }
 #endif
 }
