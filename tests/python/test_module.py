@@ -148,7 +148,6 @@ ID = "ORRERY:images:"
     (lambda: q.call("blur", img8), ValueError, "unknown built-in"), (lambda: q.call("cq", img8, 2.0, nargout=-1), ValueError, "nargout"),
     (lambda: q.call("rgb2hsv", img8, img8), ValueError, "M-by-N-by-3"),
     (lambda: q.imresize(img8, np.ones((1, 4)), np.full((1, 4), 5.0), 1.0), ValueError, INDEX),
-    (lambda: q.imresize(img8, np.ones((1, 4)), np.zeros((1, 4)), 2.0), ValueError, INDEX),
     # A built-in's own refusal: qzimages.Error, a ValueError with the identifier.
     (lambda: q.call("cq", img8, 70000.0), q.Error, ID + "cq:tooManyColors"), (lambda: q.cq(img8.astype("u2"), 4), q.Error, ID + "cq:"),
     (lambda: q.ind2rgb8(np.ones((2, 2)), np.ones((2, 4))), q.Error, ID + "ind2rgb8:invalidMapSize"),
@@ -212,13 +211,9 @@ def test_resize_limits_are_those_of_the_command_line_host(qz_cli, tmp_path, phot
     assert not (tmp_path / "o.png").exists()
 
 
-def test_filters_and_outputs_beyond_the_limits_are_refused():
+def test_filters_beyond_the_limit_are_refused():
     with pytest.raises(ValueError, match="filter taps for each, more than the limit of 4194304 weights"):
         q.resize(np.zeros((1, 1_100_000), np.uint8), size=(1, 1))  # 4.4 million bicubic taps
-    w = np.zeros((0, 1 << 28))  # no weights at all, but 2^28 columns of them: a 2 GiB zero result
-    for call in (q.imresize, lambda *a: q.call("imresize", *a)):
-        with pytest.raises(ValueError, match="more than 201326592 elements"):
-            call(np.zeros((1, 1)), w, w, 2.0)
 
 
 def test_cluster_results_equal_a_serial_run_and_bad_input_is_reported(request, tmp_path, photo):
