@@ -242,7 +242,6 @@ def snapshot(folder):
     (["out/out0.npy", "out/out1.npy/"], ["call", "cq", "-n", 2, "-o", "out", "img.npy", "k2.npy"], "out1.npy: is a folder"),
     (["q.png"], ["quantize", "in.png", "-k", 4, "-o", "q.png", "--map", "./q.png"], "named twice"),
     (["out/out0.npy"], ["call", "cq", "-o", "out", "img.npy", "k70000.npy"], "tooManyColors"),
-    ([], ["call", "cq", "-o", "new/deeper", "img.npy"], "twoInputsRequired"),
     (["demo/gray.png", "demo/double.png/"], ["demo", "-o", "demo"], "double.png: is a folder"),
     ([], ["gray", "in.png", "-o", ""], "output path is empty"),
 ])
