@@ -141,19 +141,29 @@ void expectEveryClassLikeTheReferences() {
           for (std::size_t b : {480, 499, 503, 520})
             for (std::size_t e : {b, b + 9, b + 33, std::size_t{560}}) ranges.emplace_back(b, e);
         }
-        std::vector<T> want(p);
-        for (std::size_t i = 0; i < p; ++i) want[i] = qzref::rgb2gray<T>(planar[i], planar[p + i], planar[2 * p + i]);
-        auto in = qztest::makeFrom<T>({p, 1, 3}, planar);
-        auto out = qztest::call(pximages::_rgb2gray, 1, {in.get()});
-        EXPECT_EQ(0, std::memcmp(qzhost::dataOf<T>(out[0].get()), want.data(), p * sizeof(T)));
-        auto run = [&](T const* input, T* output, bool isPlanar, std::size_t b, std::size_t e) {
-          qz::convertrgb2gray<T>{input, p, std::is_floating_point_v<T>, output, isPlanar}({b, e});
-        };
-        expectEveryTarget<T>(planar, p, 1, ranges, run, [&](std::size_t b, std::size_t e) {
-          std::vector<T> w(p, T(7));
-          std::copy(want.begin() + b, want.begin() + e, w.begin() + b);
-          return w;
-        });
+        // The gateway clamps the floating classes only; the kernels must give
+        // the plain rule's values with the other setting too.  Unclamped, the
+        // sign of a NaN sum is the compiler's choice of operand order, so that
+        // run has finite channels only.
+        for (bool clamp : {std::is_floating_point_v<T>, !std::is_floating_point_v<T>}) {
+          std::vector<T> values = planar, want(p);
+          for (T& v : values) v = clamp || std::isfinite(double(v)) ? v : T(2);
+          for (std::size_t i = 0; i < p; ++i)
+            want[i] = qzref::rgb2gray<T>(values[i], values[p + i], values[2 * p + i], clamp);
+          if (clamp == std::is_floating_point_v<T>) {
+            auto in = qztest::makeFrom<T>({p, 1, 3}, values);
+            auto out = qztest::call(pximages::_rgb2gray, 1, {in.get()});
+            EXPECT_EQ(0, std::memcmp(qzhost::dataOf<T>(out[0].get()), want.data(), p * sizeof(T)));
+          }
+          auto run = [&](T const* input, T* output, bool isPlanar, std::size_t b, std::size_t e) {
+            qz::convertrgb2gray<T>{input, p, clamp, output, isPlanar}({b, e});
+          };
+          expectEveryTarget<T>(values, p, 1, ranges, run, [&](std::size_t b, std::size_t e) {
+            std::vector<T> w(p, T(7));
+            std::copy(want.begin() + b, want.begin() + e, w.begin() + b);
+            return w;
+          });
+        }
         if constexpr (std::is_floating_point_v<T>)
           expectHsvLikeTheReference<qz::convertrgb2hsv<T, T>>(planar, p, T(1), ranges);
         if constexpr (std::is_same_v<T, std::uint16_t>)
@@ -208,7 +218,6 @@ TEST_F(ColorTest, OutputShapesAndClasses) {
       {pximages::_rgb2gray, ndclass::Int16, {0, 7, 3}, {0, 7}, ndclass::Int16},
       {pximages::_rgb2gray, ndclass::Char, {2, 3, 3}, {2, 3}, ndclass::Char},
       {pximages::_rgb2hsv, ndclass::Int16, {0, 4, 3}, {0, 4, 3}, ndclass::Double},
-      {pximages::_rgb2hsv, ndclass::UInt8, {0, 4, 3}, {0, 4, 3}, ndclass::Double},
       {pximages::_rgb2hsv, ndclass::Single, {3, 2}, {3, 2}, ndclass::Single},
   };
   for (auto const& [fn, cls, dims, outDims, outCls] : rows) {
@@ -218,13 +227,10 @@ TEST_F(ColorTest, OutputShapesAndClasses) {
     EXPECT_EQ(ndGetClassID(out[0].get()), outCls);
   }
   auto lazy = qztest::makeLazyFrom<std::uint8_t>({1, 2, 3}, {255, 0, 0, 255, 0, 0});  // completed, then measured
-  auto word = qztest::makeFrom<std::uint16_t>({1, 1, 3}, {65535, 0, 0}),
-       int16 = qztest::makeFrom<std::int16_t>({1, 1, 3}, {7, 8, 9});
+  auto int16 = qztest::makeFrom<std::int16_t>({1, 1, 3}, {7, 8, 9});
   auto flat = qztest::makeFrom<float>({3, 2}, {1, 0, 0, 0, 0, 1});
   EXPECT_EQ(qztest::valuesOf<std::uint8_t>(qztest::call(pximages::_rgb2gray, 1, {lazy.get()})[0].get()),
             (std::vector<std::uint8_t>{76, 150}));
-  EXPECT_EQ(qztest::valuesOf<double>(qztest::call(pximages::_rgb2hsv, 1, {word.get()})[0].get()),
-            (std::vector<double>{0, 1, 1}));
   EXPECT_EQ(qztest::valuesOf<double>(qztest::call(pximages::_rgb2hsv, 1, {int16.get()})[0].get()),
             std::vector<double>(3, 0.0));
   EXPECT_EQ(qztest::valuesOf<float>(qztest::call(pximages::_rgb2hsv, 1, {flat.get()})[0].get()),

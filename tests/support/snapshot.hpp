@@ -22,7 +22,6 @@ struct ArraySnapshot {
     return present == o.present && cls == o.cls && complex == o.complex && dims == o.dims;
   }
   bool operator==(ArraySnapshot const& o) const { return sameShape(o) && bytes == o.bytes; }
-  bool operator!=(ArraySnapshot const& o) const { return !(*this == o); }
 };
 
 // Bytes of element data the array's class, complexity and dimensions call
