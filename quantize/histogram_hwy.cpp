@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "hwy/highway.h"
 
@@ -32,6 +33,24 @@ HWY_BEFORE_NAMESPACE();
 namespace qz {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
+
+// r*r + g*g + b*b of channel values held in 32-bit lanes.
+template <class D, class V>
+HWY_INLINE V SquareSum([[maybe_unused]] D di, V r, V g, V b) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+  // A 32-bit multiply is two operations here; the pairwise 16-bit
+  // multiply-add is one and gives r*r + g*g from the pair (r, g) in a lane,
+  // and b*b from (b, 0).
+  hn::Repartition<std::int16_t, D> const d16;
+  V unused;
+  auto const rg = hn::BitCast(d16, hn::Or(r, hn::ShiftLeft<16>(g)));
+  auto const b0 = hn::BitCast(d16, b);
+  return hn::ReorderWidenMulAccumulate(di, rg, rg, hn::ReorderWidenMulAccumulate(di, b0, b0, hn::Zero(di), unused),
+                                       unused);
+#else
+  return hn::Add(hn::Add(hn::Mul(r, r), hn::Mul(g, g)), hn::Mul(b, b));
+#endif
+}
 
 void CellCodesAndSquares(std::uint8_t const* HWY_RESTRICT red, std::uint8_t const* HWY_RESTRICT green,
                          std::uint8_t const* HWY_RESTRICT blue, std::size_t count, std::uint16_t* HWY_RESTRICT codes,
@@ -51,8 +70,7 @@ void CellCodesAndSquares(std::uint8_t const* HWY_RESTRICT red, std::uint8_t cons
                                       hn::Mul(hn::Add(hn::ShiftRight<3>(g), one), side)),
                               hn::Add(hn::ShiftRight<3>(b), one));
     hn::StoreU(hn::DemoteTo(d16, code), d16, codes + p);  // at most 35936: no lane saturates
-    auto const sum = hn::Add(hn::Add(hn::Mul(r, r), hn::Mul(g, g)), hn::Mul(b, b));
-    hn::StoreU(hn::ConvertTo(df, sum), df, squares + p);
+    hn::StoreU(hn::ConvertTo(df, SquareSum(di, r, g, b)), df, squares + p);
   }
   for (; p < count; ++p) {
     codes[p] = pixelCellCode(red[p], green[p], blue[p]);
@@ -65,22 +83,23 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
                       float const* HWY_RESTRICT squares, std::size_t count, PackedSums* HWY_RESTRICT sums,
                       float* HWY_RESTRICT squareSums) {
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
-  // Per block, first in vector lanes: whether each pixel continues the cell
-  // of the one before (a mask of all ones), the cell its run reads from
-  // (cell 0, a border cell no pixel reaches and which holds 0, when it
-  // continues), and its channels as bytes R, G, B, 1.  Then the chain.
+  // Per block, first in vector lanes, one 64-bit word per pixel: its cell
+  // code, the cell its run reads from (cell 0, a border cell no pixel reaches
+  // and which holds 0, when it continues the cell of the pixel before) and
+  // its channels as bytes R, G, B, 1.  Then the chain, which reads one word,
+  // one square and one table entry per pixel: it is bound by how many loads
+  // and stores it issues.
   constexpr std::size_t kBlock = 512;
-  std::uint16_t from[kBlock];
-  std::uint32_t continues[kBlock], channels[kBlock];
-  hn::ScalableTag<std::int32_t> const di;
-  hn::Rebind<std::uint8_t, decltype(di)> const d8;
-  hn::Rebind<std::uint16_t, decltype(di)> const d16;
-  hn::RebindToUnsigned<decltype(di)> const du;
-  std::size_t const lanes = hn::Lanes(di);
+  std::uint32_t words[2 * kBlock];
+  hn::ScalableTag<std::uint32_t> const du;
+  hn::Rebind<std::uint8_t, decltype(du)> const d8;
+  hn::Rebind<std::uint16_t, decltype(du)> const d16;
+  std::size_t const lanes = hn::Lanes(du);
   hn::CappedTag<float, 1> const df;
   hn::RebindToUnsigned<decltype(df)> const dm;
   hn::Full128<std::uint32_t> const dw;  // one cell's four 32-bit sums
-  hn::Rebind<std::uint8_t, decltype(dw)> const db;
+  hn::Full32<std::uint32_t> const dc;  // one pixel's bytes R, G, B, 1
+  hn::Repartition<std::uint8_t, decltype(dc)> const db;
   auto running = hn::Zero(df);  // the square sum of the cell of the pixel before
   for (std::size_t start = 0; start < count; start += kBlock) {
     std::size_t const n = count - start < kBlock ? count - start : kBlock;
@@ -88,33 +107,40 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
     std::uint8_t const *r = red + start, *g = green + start, *b = blue + start;
     auto describe = [&](std::size_t p) {
       bool const same = (start + p) > 0 && code[p] == code[p - 1];
-      from[p] = same ? 0 : code[p];
-      continues[p] = same ? ~0u : 0u;
-      channels[p] = r[p] | g[p] << 8 | b[p] << 16 | 1u << 24;
+      words[2 * p] = code[p] | (same ? 0u : std::uint32_t{code[p]} << 16);
+      words[2 * p + 1] = r[p] | g[p] << 8 | b[p] << 16 | 1u << 24;
     };
     std::size_t p = 0;
     if (start == 0 && n > 0) describe(p++);  // the first pixel has none before it
     for (; p + lanes <= n; p += lanes) {
-      auto const c = hn::PromoteTo(di, hn::LoadU(d16, code + p));
-      auto const same = hn::Eq(c, hn::PromoteTo(di, hn::LoadU(d16, code + p - 1)));
-      hn::StoreU(hn::DemoteTo(d16, hn::IfThenZeroElse(same, c)), d16, from + p);
-      hn::StoreU(hn::BitCast(du, hn::VecFromMask(di, same)), du, continues + p);
+      auto const c = hn::PromoteTo(du, hn::LoadU(d16, code + p));
+      auto const same = hn::Eq(c, hn::PromoteTo(du, hn::LoadU(d16, code + p - 1)));
+      auto const cells = hn::Or(c, hn::ShiftLeft<16>(hn::IfThenZeroElse(same, c)));
       auto const rgb = hn::Or(hn::PromoteTo(du, hn::LoadU(d8, r + p)),
                               hn::Or(hn::ShiftLeft<8>(hn::PromoteTo(du, hn::LoadU(d8, g + p))),
                                      hn::ShiftLeft<16>(hn::PromoteTo(du, hn::LoadU(d8, b + p)))));
-      hn::StoreU(hn::Or(rgb, hn::Set(du, 1u << 24)), du, channels + p);
+      hn::StoreInterleaved2(cells, hn::Or(rgb, hn::Set(du, 1u << 24)), du, words + 2 * p);
     }
     for (; p < n; ++p) describe(p);
 
     auto add = [&](std::size_t q, PackedSums* table) {
-      auto const fresh = hn::Add(hn::LoadU(df, squareSums + from[q]), hn::LoadU(df, squares + start + q));
-      running = hn::Add(hn::And(running, hn::BitCast(df, hn::LoadU(dm, continues + q))), fresh);
-      hn::StoreU(running, df, squareSums + code[q]);
+      std::uint64_t word;
+      std::memcpy(&word, words + 2 * q, sizeof word);
+      std::uint32_t const cell = word & 0xffffu, from = (word >> 16) & 0xffffu;
+      auto const fresh = hn::Add(hn::LoadU(df, squareSums + from), hn::LoadU(df, squares + start + q));
+#if HWY_TARGET <= HWY_AVX3
+      // A masked add puts only the add on the chain: running + fresh where
+      // the pixel continues, fresh (the merge source) where it does not.
+      running.raw = _mm_mask_add_ss(fresh.raw, static_cast<__mmask8>(from == 0), running.raw, fresh.raw);
+#else
+      running = hn::Add(hn::And(running, hn::BitCast(df, hn::Set(dm, from == 0 ? ~0u : 0u))), fresh);
+#endif
+      hn::StoreU(running, df, squareSums + cell);
       // The four sums stay below 2^32 between flushes, so 32-bit lanes add
       // them as the packed words would.
-      auto* cell = reinterpret_cast<std::uint32_t*>(table + code[q]);
-      auto const pixel = hn::PromoteTo(dw, hn::LoadU(db, reinterpret_cast<std::uint8_t const*>(channels + q)));
-      hn::StoreU(hn::Add(hn::LoadU(dw, cell), pixel), dw, cell);
+      auto* cellSums = reinterpret_cast<std::uint32_t*>(table + cell);
+      auto const channels = hn::BitCast(db, hn::Set(dc, static_cast<std::uint32_t>(word >> 32)));
+      hn::StoreU(hn::Add(hn::LoadU(dw, cellSums), hn::PromoteTo(dw, channels)), dw, cellSums);
     };
     std::size_t q = 0;
     for (; q + 2 <= n; q += 2) {

@@ -57,8 +57,8 @@ struct PackedSums {
 // Adds count pixels, given by their cell codes, channel values and square
 // sums, into the cells: each square sum into squareSums[code], cell by cell
 // in pixel order, and the channel sums of the even pixels into sums[code],
-// of the odd ones into sums[kCellCount + code] (or all into the first
-// table).  squareSums[0] must be 0.
+// of the odd ones into sums[kCellCount + code] (the portable fallback puts
+// all into the first table).  squareSums[0] must be 0.
 void addPixelsToCells(std::uint16_t const* codes, std::uint8_t const* red, std::uint8_t const* green,
                       std::uint8_t const* blue, float const* squares, std::size_t count, PackedSums* sums,
                       float* squareSums);
