@@ -30,5 +30,8 @@ bool injectFailureHere();
 // which the runtime may keep for a later array instead of freeing it.
 void* takeCachedBlock(std::size_t bytes, std::size_t& capacity);
 void releaseBlock(void* p, std::size_t capacity);
+// The same for scratch blocks of ndMalloc and ndCalloc, kept apart.
+void* takeScratchBlock(std::size_t bytes, std::size_t& capacity);
+void releaseScratchBlock(void* p, std::size_t capacity);
 
 }  // namespace qzhost::detail

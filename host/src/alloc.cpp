@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <new>
 #include <unordered_map>
@@ -15,9 +16,14 @@
 namespace qzhost::detail {
 namespace {
 
+struct Taken {
+  std::uint64_t scope;   // the call that took the block (0: none)
+  std::size_t capacity;  // its size, which may exceed the request
+};
+
 struct Registry {
   std::mutex mutex;
-  std::unordered_map<void*, std::uint64_t> blocks;  // block -> the call that took it (0: none)
+  std::unordered_map<void*, Taken> blocks;
   std::uint64_t nextScope = 1;
 };
 
@@ -37,17 +43,26 @@ struct FailureInjection {
 };
 thread_local FailureInjection tInjection;
 
-void* track(void* p) {
+void* track(void* p, std::size_t capacity) {
   auto& r = registry();
   try {
     std::lock_guard<std::mutex> lock(r.mutex);
-    r.blocks.emplace(p, tCurrentScope);
+    r.blocks.emplace(p, Taken{tCurrentScope, capacity});
   } catch (std::bad_alloc const&) {
     // No room to record the block: give it back rather than lose it.
-    std::free(p);
+    releaseScratchBlock(p, capacity);
     qzhost::raise("outOfMemory");
   }
   return p;
+}
+
+// A kept block of at least `bytes`, or one from the system; null only for
+// an injected failure or a real shortage.
+void* obtain(std::size_t bytes, bool zero, std::size_t& capacity) {
+  if (injectFailureHere()) return nullptr;
+  if (void* p = takeScratchBlock(bytes, capacity)) return zero ? std::memset(p, 0, bytes) : p;
+  capacity = bytes ? bytes : 1;  // a zero-byte request still gets a block of its own
+  return zero ? std::calloc(capacity, 1) : std::malloc(capacity);
 }
 
 }  // namespace
@@ -76,8 +91,8 @@ std::size_t CallScope::reclaim() {
   std::lock_guard<std::mutex> lock(r.mutex);
   std::size_t freed = 0;
   for (auto it = r.blocks.begin(); it != r.blocks.end();) {
-    if (it->second == id_) {
-      std::free(it->first);
+    if (it->second.scope == id_) {
+      releaseScratchBlock(it->first, it->second.capacity);
       it = r.blocks.erase(it);
       ++freed;
     } else {
@@ -103,33 +118,38 @@ void checkSize(std::size_t bytes) {
 // allocator, so a test sees exactly what a real shortage would produce.
 void* ndMalloc(std::size_t bytes) {
   checkSize(bytes);
-  // A zero-byte request still gets a block of its own.
-  void* p = qzhost::detail::injectFailureHere() ? nullptr : std::malloc(bytes ? bytes : 1);
+  std::size_t capacity = 0;
+  void* p = qzhost::detail::obtain(bytes, false, capacity);
   if (!p) qzhost::raise("outOfMemory");
-  return track(p);
+  return track(p, capacity);
 }
 
 void* ndCalloc(std::size_t count, std::size_t size) {
   std::size_t bytes;
   if (__builtin_mul_overflow(count, size, &bytes)) qzhost::raise("outOfMemory");
   checkSize(bytes);
-  void* p = qzhost::detail::injectFailureHere() ? nullptr : std::calloc(bytes ? bytes : 1, 1);
+  std::size_t capacity = 0;
+  void* p = qzhost::detail::obtain(bytes, true, capacity);
   if (!p) qzhost::raise("outOfMemory");
-  return track(p);
+  return track(p, capacity);
 }
 
 void ndFree(void* p) {
   if (!p) return;
   auto& r = qzhost::detail::registry();
+  std::size_t capacity;
   {
     std::lock_guard<std::mutex> lock(r.mutex);
-    if (r.blocks.erase(p) == 0) {
+    auto const it = r.blocks.find(p);
+    if (it == r.blocks.end()) {
       // Freeing what the host never handed out would corrupt its heap.
       qzhost::detail::noteContractViolation("ndFree of a pointer not from ndMalloc/ndCalloc");
       return;
     }
+    capacity = it->second.capacity;
+    r.blocks.erase(it);
   }
-  std::free(p);
+  qzhost::detail::releaseScratchBlock(p, capacity);
 }
 
 namespace qzhost {

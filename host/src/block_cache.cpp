@@ -1,4 +1,5 @@
-// Recently released large element blocks, kept for the next array.
+// Recently released large element blocks, kept for the next array, and
+// likewise recently freed scratch blocks, kept for the next ndMalloc.
 //
 // A large block comes from a fresh mapping, and the first touch of its pages
 // (the system zeroing them, one fault per page) costs more than most
@@ -33,9 +34,6 @@
 namespace qzhost::detail {
 namespace {
 
-constexpr std::size_t kSmallest = std::size_t{4} << 20;  // below this, the system allocator reuses well
-constexpr std::size_t kSlots = 4;
-
 std::size_t budgetBytes() {
   long const pages = sysconf(_SC_PHYS_PAGES);
   long const page = sysconf(_SC_PAGESIZE);
@@ -49,29 +47,44 @@ struct Block {
   std::uint64_t age = 0;  // when it was kept; the oldest goes first
 };
 
+constexpr std::size_t kMaxSlots = 8;
+
 struct Cache {
+  Cache(std::size_t slotCount, std::size_t smallestBlock) : slots(slotCount), smallest(smallestBlock) {}
+
   std::mutex mutex;
-  std::array<Block, kSlots> slots;
+  std::array<Block, kMaxSlots> blocks;
+  std::size_t const slots;     // how many of `blocks` are used
+  std::size_t const smallest;  // below this, the system allocator reuses well
   std::size_t held = 0;
   std::uint64_t clock = 0;
   std::size_t const budget = budgetBytes();
+
+  Block* begin() { return blocks.data(); }
+  Block* end() { return blocks.data() + slots; }
 };
 
-Cache& cache() {
-  static Cache* c = new Cache;  // outlives every static destructor that might release an array
+// Element blocks of arrays.
+Cache& arrayCache() {
+  static Cache* c = new Cache(4, std::size_t{4} << 20);  // outlives every static destructor that might release
   return *c;
 }
 
-}  // namespace
+// Scratch blocks from ndMalloc and ndCalloc: a built-in takes several of a
+// few hundred KiB to a few MiB per call (tables, moments), which the system
+// allocator maps afresh each time, a fault per page.
+Cache& scratchCache() {
+  static Cache* c = new Cache(8, std::size_t{256} << 10);
+  return *c;
+}
 
-void* takeCachedBlock(std::size_t bytes, std::size_t& capacity) {
-  if (bytes < kSmallest) return nullptr;
-  auto& c = cache();
+void* take(Cache& c, std::size_t bytes, std::size_t& capacity) {
+  if (bytes < c.smallest) return nullptr;
   std::lock_guard<std::mutex> lock(c.mutex);
   // The smallest kept block that holds the request, and no more than twice
-  // it, so a small array does not pin a huge block.
+  // it, so a small request does not pin a huge block.
   Block* best = nullptr;
-  for (Block& b : c.slots)
+  for (Block& b : c)
     if (b.data && b.bytes >= bytes && b.bytes / 2 <= bytes && (!best || b.bytes < best->bytes)) best = &b;
   if (!best) return nullptr;
   void* p = best->data;
@@ -82,14 +95,13 @@ void* takeCachedBlock(std::size_t bytes, std::size_t& capacity) {
   return p;
 }
 
-void releaseBlock(void* p, std::size_t bytes) {
+void release(Cache& c, void* p, std::size_t bytes) {
   if (!p) return;
-  auto& c = cache();
-  if (bytes < kSmallest || bytes > c.budget) {
+  if (bytes < c.smallest || bytes > c.budget) {
     std::free(p);
     return;
   }
-  Block evicted[kSlots];
+  Block evicted[kMaxSlots];
   std::size_t n = 0;
   {
     std::lock_guard<std::mutex> lock(c.mutex);
@@ -97,14 +109,14 @@ void releaseBlock(void* p, std::size_t bytes) {
     // free slot.
     auto oldest = [&c] {
       Block* o = nullptr;
-      for (Block& b : c.slots)
+      for (Block& b : c)
         if (b.data && (!o || b.age < o->age)) o = &b;
       return o;
     };
     Block* slot = nullptr;
     while (true) {
-      slot = std::find_if(c.slots.begin(), c.slots.end(), [](Block const& b) { return !b.data; });
-      if (slot != c.slots.end() && c.held + bytes <= c.budget) break;
+      slot = std::find_if(c.begin(), c.end(), [](Block const& b) { return !b.data; });
+      if (slot != c.end() && c.held + bytes <= c.budget) break;
       Block* o = oldest();
       evicted[n++] = *o;
       c.held -= o->bytes;
@@ -120,22 +132,30 @@ void releaseBlock(void* p, std::size_t bytes) {
   }
 }
 
-}  // namespace qzhost::detail
-
-namespace qzhost {
-
-std::size_t trimBlockCache() {
-  auto& c = detail::cache();
+std::size_t trim(Cache& c) {
   std::lock_guard<std::mutex> lock(c.mutex);
   std::size_t const freed = c.held;
-  for (auto& b : c.slots) {
+  for (Block& b : c) {
     if (!b.data) continue;
     QZ_UNPOISON(b.data, b.bytes);
     std::free(b.data);
-    b = detail::Block{};
+    b = Block{};
   }
   c.held = 0;
   return freed;
 }
+
+}  // namespace
+
+void* takeCachedBlock(std::size_t bytes, std::size_t& capacity) { return take(arrayCache(), bytes, capacity); }
+void releaseBlock(void* p, std::size_t capacity) { release(arrayCache(), p, capacity); }
+void* takeScratchBlock(std::size_t bytes, std::size_t& capacity) { return take(scratchCache(), bytes, capacity); }
+void releaseScratchBlock(void* p, std::size_t capacity) { release(scratchCache(), p, capacity); }
+
+}  // namespace qzhost::detail
+
+namespace qzhost {
+
+std::size_t trimBlockCache() { return detail::trim(detail::arrayCache()) + detail::trim(detail::scratchCache()); }
 
 }  // namespace qzhost

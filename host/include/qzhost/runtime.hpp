@@ -114,8 +114,9 @@ QZHOST_API std::size_t contractViolations();
 // The element blocks of large arrays (4 MiB and more) are kept when the
 // array is released, a few of them and at most an eighth of the memory or
 // 512 MiB, and reused by the next array that fits, which then skips the
-// system's first-touch cost of fresh pages.  This gives them back to the
-// system now; it returns the bytes it freed.
+// system's first-touch cost of fresh pages; so are scratch blocks of 256 KiB
+// and more from ndMalloc and ndCalloc.  This gives them back to the system
+// now; it returns the bytes it freed.
 QZHOST_API std::size_t trimBlockCache();
 
 // ---- Warnings. ----------------------------------------------------------------
