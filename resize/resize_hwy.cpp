@@ -380,11 +380,15 @@ HWY_INLINE hn::Vec<D> PickLanes(D d, hn::Vec<D> lo, hn::Vec<D> hi, std::int64_t 
   }
 }
 
-template <bool kPair, class E>
+// kTaps is the tap count when it is known at compile time (0 when not):
+// bicubic enlargements have four, and then a run's arrangement stays in
+// registers for all the items of a sweep instead of being loaded for each.
+template <bool kPair, std::size_t kTaps, class E>
 void LookupRuns(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, std::size_t srcStride, std::size_t dstStride,
-                std::size_t eFirst, std::size_t runs, std::size_t taps, std::size_t first, std::size_t last,
+                std::size_t eFirst, std::size_t runs, std::size_t anyTaps, std::size_t first, std::size_t last,
                 std::size_t const* HWY_RESTRICT base, std::int64_t const* HWY_RESTRICT lanes,
                 double const* HWY_RESTRICT factors) {
+  std::size_t const taps = kTaps ? kTaps : anyTaps;
   hn::ScalableTag<double> d;
   std::size_t const n = hn::Lanes(d);
   // A few items at a time, so that the arrangement is read once per sweep
@@ -399,9 +403,14 @@ void LookupRuns(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, std::size_t srcS
         hwy::Prefetch(from + kPrefetchAhead / sizeof(E));
         auto const lo = LoadWidened(d, from);
         auto const hi = kPair ? LoadWidened(d, from + n) : lo;
-        auto a = hn::Zero(d);
-        for (std::size_t k = 0; k < taps; ++k)
-          a = hn::Add(a, hn::Mul(PickLanes<kPair>(d, lo, hi, index + k * n), hn::Load(d, factor + k * n)));
+        auto term = [&](std::size_t k) {
+          return hn::Mul(PickLanes<kPair>(d, lo, hi, index + k * n), hn::Load(d, factor + k * n));
+        };
+        // The sum starts at +0; for an integer result it can start at the
+        // first term instead, as the two differ only in the sign of a zero
+        // sum, which rounds to the same integer.
+        auto a = std::is_integral_v<E> ? term(0) : hn::Add(hn::Zero(d), term(0));
+        for (std::size_t k = 1; k < taps; ++k) a = hn::Add(a, term(k));
         StoreSum(d, a, dst + (j * dstStride + eFirst + g * n));
       }
     }
@@ -457,10 +466,17 @@ bool LookupItems(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, double const* H
         }
     }
     std::size_t const e0 = eFirst + g0 * n;
+    auto sweep = [&](auto pair, auto knownTaps) {
+      LookupRuns<decltype(pair)::value, decltype(knownTaps)::value>(src, dst, srcStride, dstStride, e0, count, taps,
+                                                                     first, last, base, lanes, factors);
+    };
+    using Four = std::integral_constant<std::size_t, 4>;
+    using Any = std::integral_constant<std::size_t, 0>;
+    using Pair = std::bool_constant<kPairTables>;
     if (table == n)
-      LookupRuns<false>(src, dst, srcStride, dstStride, e0, count, taps, first, last, base, lanes, factors);
+      taps == 4 ? sweep(std::false_type(), Four()) : sweep(std::false_type(), Any());
     else
-      LookupRuns<kPairTables>(src, dst, srcStride, dstStride, e0, count, taps, first, last, base, lanes, factors);
+      taps == 4 ? sweep(Pair(), Four()) : sweep(Pair(), Any());
   }
   for (std::size_t j = first; j < last; ++j)
     for (std::size_t e = eFirst + runs * n; e < eLast; ++e)
