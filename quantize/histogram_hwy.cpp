@@ -83,14 +83,14 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
                       float const* HWY_RESTRICT squares, std::size_t count, PackedSums* HWY_RESTRICT sums,
                       float* HWY_RESTRICT squareSums) {
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
-  // Per block, first in vector lanes, one 64-bit word per pixel: its cell
-  // code, the cell its run reads from (cell 0, a border cell no pixel reaches
-  // and which holds 0, when it continues the cell of the pixel before) and
-  // its channels as bytes R, G, B, 1.  Then the chain, which reads one word,
-  // one square and one table entry per pixel: it is bound by how many loads
-  // and stores it issues.
+  // Per block, first in vector lanes: for each pixel the byte offsets of
+  // its cell and of the cell its run reads from (cell 0, a border cell no
+  // pixel reaches and which holds 0, when it continues the cell of the pixel
+  // before) in the square-sum table, side by side, and its channels as bytes
+  // R, G, B, 1.  Then the chain, which issues as few instructions per pixel
+  // as it can: that is what bounds it.
   constexpr std::size_t kBlock = 512;
-  std::uint32_t words[2 * kBlock];
+  std::uint32_t offsets[2 * kBlock], channels[kBlock];
   hn::ScalableTag<std::uint32_t> const du;
   hn::Rebind<std::uint8_t, decltype(du)> const d8;
   hn::Rebind<std::uint16_t, decltype(du)> const d16;
@@ -98,36 +98,37 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
   hn::CappedTag<float, 1> const df;
   hn::RebindToUnsigned<decltype(df)> const dm;
   hn::Full128<std::uint32_t> const dw;  // one cell's four 32-bit sums
-  hn::Full32<std::uint32_t> const dc;  // one pixel's bytes R, G, B, 1
-  hn::Repartition<std::uint8_t, decltype(dc)> const db;
+  hn::Rebind<std::uint8_t, decltype(dw)> const db;
   auto running = hn::Zero(df);  // the square sum of the cell of the pixel before
+  auto const* squareBytes = reinterpret_cast<char const*>(squareSums);
   for (std::size_t start = 0; start < count; start += kBlock) {
     std::size_t const n = count - start < kBlock ? count - start : kBlock;
     std::uint16_t const* code = codes + start;
     std::uint8_t const *r = red + start, *g = green + start, *b = blue + start;
     auto describe = [&](std::size_t p) {
       bool const same = (start + p) > 0 && code[p] == code[p - 1];
-      words[2 * p] = code[p] | (same ? 0u : std::uint32_t{code[p]} << 16);
-      words[2 * p + 1] = r[p] | g[p] << 8 | b[p] << 16 | 1u << 24;
+      offsets[2 * p] = std::uint32_t{code[p]} * sizeof(float);
+      offsets[2 * p + 1] = same ? 0u : std::uint32_t{code[p]} * sizeof(float);
+      channels[p] = r[p] | g[p] << 8 | b[p] << 16 | 1u << 24;
     };
     std::size_t p = 0;
     if (start == 0 && n > 0) describe(p++);  // the first pixel has none before it
     for (; p + lanes <= n; p += lanes) {
       auto const c = hn::PromoteTo(du, hn::LoadU(d16, code + p));
       auto const same = hn::Eq(c, hn::PromoteTo(du, hn::LoadU(d16, code + p - 1)));
-      auto const cells = hn::Or(c, hn::ShiftLeft<16>(hn::IfThenZeroElse(same, c)));
+      auto const at = hn::ShiftLeft<2>(c);
+      hn::StoreInterleaved2(at, hn::IfThenZeroElse(same, at), du, offsets + 2 * p);
       auto const rgb = hn::Or(hn::PromoteTo(du, hn::LoadU(d8, r + p)),
                               hn::Or(hn::ShiftLeft<8>(hn::PromoteTo(du, hn::LoadU(d8, g + p))),
                                      hn::ShiftLeft<16>(hn::PromoteTo(du, hn::LoadU(d8, b + p)))));
-      hn::StoreInterleaved2(cells, hn::Or(rgb, hn::Set(du, 1u << 24)), du, words + 2 * p);
+      hn::StoreU(hn::Or(rgb, hn::Set(du, 1u << 24)), du, channels + p);
     }
     for (; p < n; ++p) describe(p);
 
     auto add = [&](std::size_t q, PackedSums* table) {
-      std::uint64_t word;
-      std::memcpy(&word, words + 2 * q, sizeof word);
-      std::uint32_t const cell = word & 0xffffu, from = (word >> 16) & 0xffffu;
-      auto const fresh = hn::Add(hn::LoadU(df, squareSums + from), hn::LoadU(df, squares + start + q));
+      std::uint32_t const at = offsets[2 * q], from = offsets[2 * q + 1];
+      auto const fresh = hn::Add(hn::LoadU(df, reinterpret_cast<float const*>(squareBytes + from)),
+                                 hn::LoadU(df, squares + start + q));
 #if HWY_TARGET <= HWY_AVX3
       // A masked add puts only the add on the chain: running + fresh where
       // the pixel continues, fresh (the merge source) where it does not.
@@ -135,12 +136,13 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
 #else
       running = hn::Add(hn::And(running, hn::BitCast(df, hn::Set(dm, from == 0 ? ~0u : 0u))), fresh);
 #endif
-      hn::StoreU(running, df, squareSums + cell);
+      hn::StoreU(running, df, reinterpret_cast<float*>(reinterpret_cast<char*>(squareSums) + at));
       // The four sums stay below 2^32 between flushes, so 32-bit lanes add
-      // them as the packed words would.
-      auto* cellSums = reinterpret_cast<std::uint32_t*>(table + cell);
-      auto const channels = hn::BitCast(db, hn::Set(dc, static_cast<std::uint32_t>(word >> 32)));
-      hn::StoreU(hn::Add(hn::LoadU(dw, cellSums), hn::PromoteTo(dw, channels)), dw, cellSums);
+      // them as the packed words would.  A cell's sums are four times as
+      // wide as its square sum.
+      auto* cellSums = reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(table) + std::size_t{at} * 4);
+      auto const pixel = hn::PromoteTo(dw, hn::LoadU(db, reinterpret_cast<std::uint8_t const*>(channels + q)));
+      hn::StoreU(hn::Add(hn::LoadU(dw, cellSums), pixel), dw, cellSums);
     };
     std::size_t q = 0;
     for (; q + 2 <= n; q += 2) {
