@@ -180,11 +180,13 @@ Bytes ind2rgb8(std::size_t m, std::size_t n, std::vector<T> x, std::size_t k, st
 }
 
 // Complex arrays are read as consecutive stored values, both parts alike;
-// lazy arrays are completed first.
-TEST_F(IndexedTest, Ind2rgb8ReadsComplexEmptyAndLazyArrays) {
+// a single pixel is looked up like any other; lazy arrays are completed
+// first.
+TEST_F(IndexedTest, Ind2rgb8ReadsComplexEmptySingleAndLazyArrays) {
   EXPECT_EQ(ind2rgb8<double>(1, 2, {1, 2, 3, 4}, 2, {0, 1, 0.5, 0, 1, 1, 9, 9, 9, 9, 9, 9}, true),
             (Bytes{0, 255, 128, 0, 255, 255}));
   EXPECT_EQ(ind2rgb8<std::uint16_t>(5, 0, {}, 1, {1, 1, 1}), Bytes{});
+  EXPECT_EQ(ind2rgb8<std::uint32_t>(1, 1, {7}, 1, {1, 0.5, 0}), (Bytes{255, 128, 0}));
   auto lazyX = qztest::makeLazyFrom<double>({1, 3}, {1, 2, 3}),
        lazyMap = qztest::makeLazyFrom<double>({1, 3}, {1, 0.5, 0});
   EXPECT_EQ(bytesOf(pximages::_ind2rgb8, {lazyX.get(), lazyMap.get()}, {1, 3, 3}),
