@@ -195,10 +195,14 @@ TEST_F(ColorTest, OutputShapesAndClasses) {
     EXPECT_EQ(qzhost::dimsOf(out[0].get()), outDims);
     EXPECT_EQ(ndGetClassID(out[0].get()), outCls);
   }
-  auto lazy = qztest::makeLazyFrom<std::uint8_t>({1, 2, 3}, {255, 0, 0, 255, 0, 0});  // completed, then measured
+  // A lazy input is completed, then measured; a single pixel is converted
+  // like any other.
+  auto lazy = qztest::makeLazyFrom<std::uint8_t>({1, 1, 3}, {255, 0, 0});
   auto flat = qztest::makeFrom<float>({3, 2}, {1, 0, 0, 0, 0, 1});
   EXPECT_EQ(qztest::valuesOf<std::uint8_t>(qztest::call(pximages::_rgb2gray, 1, {lazy.get()})[0].get()),
-            (std::vector<std::uint8_t>{76, 150}));
+            (std::vector<std::uint8_t>{76}));
+  EXPECT_EQ(qztest::valuesOf<double>(qztest::call(pximages::_rgb2hsv, 1, {lazy.get()})[0].get()),
+            (std::vector<double>{0, 1, 1}));
   EXPECT_EQ(qztest::valuesOf<float>(qztest::call(pximages::_rgb2hsv, 1, {flat.get()})[0].get()),
             (std::vector<float>{0, 0x1.555554p-1f, 1, 1, 1, 1}));
 }
