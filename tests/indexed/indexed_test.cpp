@@ -42,12 +42,12 @@ Bytes bytesOf(qzhost::Gateway fn, std::vector<ndArray_tag const*> in, std::vecto
   return qztest::valuesOf<std::uint8_t>(out[0].get());
 }
 
-// Each class the gateway takes, in each form: the output has the input's
-// shape; a complex image converts its real parts (the kernels read every
-// class at that stride) and warns once per call; a sparse image's stored
-// values come first, in storage order, then zeros.  Single rounds v*255 +
-// 0.5 in single precision: the float just below 1/510 gives 1, and
-// 0x1.020202p-1 gives 129 (128.99999994 in double).
+// Each class the gateway takes, in each form and down to a single element:
+// the output has the input's shape; a complex image converts its real
+// parts (the kernels read every class at that stride) and warns once per
+// call; a sparse image's stored values come first, in storage order, then
+// zeros.  Single rounds v*255 + 0.5 in single precision: the float just
+// below 1/510 gives 1, and 0x1.020202p-1 gives 129 (128.99999994 in double).
 TEST_F(IndexedTest, Grayto8TakesEachClassAndForm) {
   using V = std::vector<std::size_t>;
   // clang-format off
@@ -59,6 +59,7 @@ TEST_F(IndexedTest, Grayto8TakesEachClassAndForm) {
       {qztest::makeFrom<double>({1, 5}, {0.5, 0.998, 0.999, kNaN, 1.0 / 510}), {1, 5}, {128, 254, 255, 0, 1}},
       {qztest::makeFrom<float>({3, 1}, {1, 0x1.0101p-9f, 0x1.020202p-1f}), {3, 1}, {255, 1, 129}},
       {qztest::makeFrom<std::uint16_t>({1, 5}, {128, 129, 385, 386, 65535}), {1, 5}, {0, 1, 1, 2, 255}},
+      {qztest::makeFrom<double>({1, 1}, {1}), {1, 1}, {255}},
       {qztest::makeFrom<double>({1, 3}, {0.5, 9, 1, -1, kNaN, 0.2}, true), {1, 3}, {128, 255, 0}},
       {qzhost::makeArray(ndclass::Single, {0, 3, 2}), {0, 3, 2}, {}},
       {qzhost::makeArray(ndclass::UInt16, {1, 2, 1, 3}), {1, 2, 1, 3}, Bytes(6, 0)},
