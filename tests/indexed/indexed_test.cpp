@@ -42,51 +42,39 @@ Bytes bytesOf(qzhost::Gateway fn, std::vector<ndArray_tag const*> in, std::vecto
   return qztest::valuesOf<std::uint8_t>(out[0].get());
 }
 
-template <class T>
-Bytes grayto8(std::vector<std::size_t> dims, std::vector<T> values, bool complex = false) {
-  return bytesOf(pximages::_grayto8, {qztest::makeFrom<T>(dims, values, complex).get()}, dims);
-}
-
-TEST_F(IndexedTest, Grayto8ChecksRunInOrder) {
-  auto good = qzhost::makeArray(ndclass::Double, {1, 1}), bad = qzhost::makeArray(ndclass::UInt8, {1, 1});
-  EXPECT_EQ(errorOf(pximages::_grayto8, {}), "tooFewInputs");
-  EXPECT_EQ(errorOf(pximages::_grayto8, {bad.get(), good.get()}), "tooManyInputs");
-  for (ndClassID c : {ndclass::UInt8, ndclass::Int8, ndclass::Int16, ndclass::Int32, ndclass::UInt32, ndclass::Int64,
-                      ndclass::UInt64, ndclass::Logical, ndclass::Char, ndClassID{20}}) {
-    auto in = qzhost::makeArray(c, {2, 2}, c == ndclass::Int16);  // a complex one is refused before any warning
-    EXPECT_EQ(errorOf(pximages::_grayto8, {in.get()}), "invalidType") << c;
-  }
-  EXPECT_TRUE(qzhost::takeWarnings().empty());
-}
-
-TEST_F(IndexedTest, Grayto8RoundsAfterTheOffsetAndSaturatesByClass) {
+// Each class the gateway takes, in each form and down to a single element:
+// the output has the input's shape; a complex image converts its real
+// parts (the kernels read every class at that stride) and warns once per
+// call; a sparse image's stored values come first, in storage order, then
+// zeros.  Single rounds v*255 + 0.5 in single precision: the float just
+// below 1/510 gives 1, and 0x1.020202p-1 gives 129 (128.99999994 in double).
+TEST_F(IndexedTest, Grayto8TakesEachClassAndForm) {
+  using V = std::vector<std::size_t>;
+  // clang-format off
+  struct {
+    qztest::ArrayPtr in;
+    V dims;
+    Bytes want;
+  } const rows[] = {
+      {qztest::makeFrom<double>({1, 5}, {0.5, 0.998, 0.999, kNaN, 1.0 / 510}), {1, 5}, {128, 254, 255, 0, 1}},
+      {qztest::makeFrom<float>({3, 1}, {1, 0x1.0101p-9f, 0x1.020202p-1f}), {3, 1}, {255, 1, 129}},
+      {qztest::makeFrom<std::uint16_t>({1, 5}, {128, 129, 385, 386, 65535}), {1, 5}, {0, 1, 1, 2, 255}},
+      {qztest::makeFrom<double>({1, 1}, {1}), {1, 1}, {255}},
+      {qztest::makeFrom<double>({1, 3}, {0.5, 9, 1, -1, kNaN, 0.2}, true), {1, 3}, {128, 255, 0}},
+      {qzhost::makeArray(ndclass::Single, {0, 3, 2}), {0, 3, 2}, {}},
+      {qzhost::makeArray(ndclass::UInt16, {1, 2, 1, 3}), {1, 2, 1, 3}, Bytes(6, 0)},
+      {qztest::makeLazyFrom<double>({2, 1, 2}, {0, 0.25, 0.75, 1}), {2, 1, 2}, {0, 64, 191, 255}},
+      // 0.5 at (2, 0), 1 at (0, 2) and NaN at (1, 2).
+      {qzhost::makeSparse(4, 3, {0, 1, 1, 3}, {2, 0, 1}, {0.5, 1, kNaN}), {4, 3},
+       {128, 255, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+      {qzhost::makeSparse(2, 2, {0, 0, 2}, {0, 1}, {1, 7, 0.25, 7}, true), {2, 2}, {255, 64, 0, 0}},
+  };
+  // clang-format on
   qzhost::takeWarnings();
-  EXPECT_EQ(grayto8<double>({1, 9}, {0.5, 0.998, 0.999, -0.001, 2, kNaN, kInf, -kInf, 1.0 / 510}),
-            (Bytes{128, 254, 255, 0, 255, 0, 255, 0, 1}));
-  // Single rounds v*255 + 0.5 in single precision: the float just below
-  // 1/510 gives 1, and 0x1.020202p-1 gives 129 (128.99999994 in double).
-  EXPECT_EQ(grayto8<float>({4, 1}, {0.5f, 1, 0x1.0101p-9f, 0x1.020202p-1f}), (Bytes{128, 255, 1, 129}));
-  EXPECT_EQ(grayto8<std::uint16_t>({1, 5}, {128, 129, 385, 386, 65535}), (Bytes{0, 1, 1, 2, 255}));
-  // Complex input warns once per call and converts its real parts (the
-  // kernels read every class at that stride).
-  EXPECT_EQ(grayto8<double>({1, 3}, {0.5, 9, 1, -1, kNaN, 0.2}, true), (Bytes{128, 255, 0}));
+  for (auto const& r : rows) EXPECT_EQ(bytesOf(pximages::_grayto8, {r.in.get()}, r.dims), r.want) << r.dims.size();
   auto const warnings = qzhost::takeWarnings();
-  ASSERT_EQ(warnings.size(), 1u);
-  EXPECT_EQ(warnings[0].identifier, "ORRERY:images:grayto8:ignoringImaginaryPartOfInput");
-}
-
-TEST_F(IndexedTest, Grayto8KeepsTheShapeAndPacksSparseValuesAtTheStart) {
-  auto empty = qzhost::makeArray(ndclass::Single, {0, 3, 2}), fourD = qzhost::makeArray(ndclass::UInt16, {1, 2, 1, 3});
-  EXPECT_EQ(bytesOf(pximages::_grayto8, {empty.get()}, {0, 3, 2}), Bytes{});
-  EXPECT_EQ(bytesOf(pximages::_grayto8, {fourD.get()}, {1, 2, 1, 3}), Bytes(6, 0));
-  auto lazy = qztest::makeLazyFrom<double>({2, 1, 2}, {0, 0.25, 0.75, 1});
-  EXPECT_EQ(bytesOf(pximages::_grayto8, {lazy.get()}, {2, 1, 2}), (Bytes{0, 64, 191, 255}));
-  // 4-by-3 with 0.5 at (2, 0), 1 at (0, 2) and NaN at (1, 2): the stored
-  // values in storage order, then zeros, in a full output.
-  auto sparse = qzhost::makeSparse(4, 3, {0, 1, 1, 3}, {2, 0, 1}, {0.5, 1, kNaN});
-  EXPECT_EQ(bytesOf(pximages::_grayto8, {sparse.get()}, {4, 3}), (Bytes{128, 255, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-  auto complexSparse = qzhost::makeSparse(2, 2, {0, 0, 2}, {0, 1}, {1, 7, 0.25, 7}, true);
-  EXPECT_EQ(bytesOf(pximages::_grayto8, {complexSparse.get()}, {2, 2}), (Bytes{255, 64, 0, 0}));
+  ASSERT_EQ(warnings.size(), 2u);  // the two complex rows
+  for (auto const& w : warnings) EXPECT_EQ(w.identifier, "ORRERY:images:grayto8:ignoringImaginaryPartOfInput");
 }
 
 // run(b, e, out) fills elements [b, e) of each n-element plane of an output
@@ -192,15 +180,10 @@ Bytes ind2rgb8(std::size_t m, std::size_t n, std::vector<T> x, std::size_t k, st
   return bytesOf(pximages::_ind2rgb8, {xa.get(), ma.get()}, {m, n, 3});
 }
 
-TEST_F(IndexedTest, Ind2rgb8IndicesAndIntensitiesAtTheirBoundaries) {
-  // Red gives the row away (10 per row); green and blue hold intensities at
-  // the byte rule's edges.
-  std::vector<double> const map = {0,     10 / 255.0, 20 / 255.0, 30 / 255.0, 1,         0.999,
-                                   0.998, 1.0000001,  -0.0,       0.5,        1.0 / 510, kNaN};
-  EXPECT_EQ(ind2rgb8<double>(1, 9, {0, -3, kNaN, 1.49, 1.5, 2.5, 3, 4.1, kInf}, 4, map),
-            (Bytes{0,   0,   0,   0,   10, 20, 20, 30, 30,  255, 255, 255, 255, 255,
-                   254, 254, 255, 255, 0,  0,  0,  0,  128, 1,   1,   0,   0}));
-  // Complex arrays are read as consecutive stored values, both parts alike.
+// Complex arrays are read as consecutive stored values, both parts alike;
+// a single pixel is looked up like any other; lazy arrays are completed
+// first.
+TEST_F(IndexedTest, Ind2rgb8ReadsComplexEmptySingleAndLazyArrays) {
   EXPECT_EQ(ind2rgb8<double>(1, 2, {1, 2, 3, 4}, 2, {0, 1, 0.5, 0, 1, 1, 9, 9, 9, 9, 9, 9}, true),
             (Bytes{0, 255, 128, 0, 255, 255}));
   EXPECT_EQ(ind2rgb8<std::uint16_t>(5, 0, {}, 1, {1, 1, 1}), Bytes{});

@@ -35,15 +35,14 @@ class Histogram {
   Histogram(std::uint8_t const* planar, std::size_t pixels) : cells_(32 * 32 * 32), floatCells_(32 * 32 * 32, 0.0f) {
     for (std::size_t p = 0; p < pixels; ++p) {
       std::uint8_t r = planar[p], g = planar[pixels + p], b = planar[2 * pixels + p];
-      CellStats& c = cell(cellIndex(r), cellIndex(g), cellIndex(b));
+      std::size_t const i = (cellIndex(r) * 32 + cellIndex(g)) * 32 + cellIndex(b);
+      CellStats& c = cells_[i];
       c.count += 1, c.red += r, c.green += g, c.blue += b;
-      std::uint32_t sq = std::uint32_t(r) * r + std::uint32_t(g) * g + std::uint32_t(b) * b;
-      floatCells_[(cellIndex(r) * 32 + cellIndex(g)) * 32 + cellIndex(b)] += float(sq);
+      floatCells_[i] += float(std::uint32_t(r) * r + std::uint32_t(g) * g + std::uint32_t(b) * b);
     }
     buildFloatTotals();
   }
 
-  CellStats& cell(int r, int g, int b) { return cells_[(r * 32 + g) * 32 + b]; }
   CellStats const& cell(int r, int g, int b) const { return cells_[(r * 32 + g) * 32 + b]; }
 
   // Exact statistics of a box, by visiting every cell in it.
@@ -102,8 +101,7 @@ inline float squaredMeans(std::int64_t r, std::int64_t g, std::int64_t b, std::i
 
 inline float variance(Histogram const& h, Box const& x) {
   CellStats s = h.stats(x);
-  float dr = float(s.red), dg = float(s.green), db = float(s.blue);
-  float d = h.floatSquares(x) - ((dr * dr + dg * dg) + db * db) / float(s.count);
+  float d = h.floatSquares(x) - squaredMeans(s.red, s.green, s.blue, s.count);
   return d < 0 ? -d : d;
 }
 
