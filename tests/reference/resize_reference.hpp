@@ -13,32 +13,19 @@
 
 namespace qzref {
 
-// A weighted sum as element type E.
+// A weighted sum as element type E: floating types narrow once; integer
+// types round halves away from zero and saturate.
 template <class E>
 E resizeValue(double s) {
-  if constexpr (std::is_same_v<E, double>) {
-    return s;
-  } else if constexpr (std::is_same_v<E, float>) {
-    return static_cast<float>(s);
-  } else {
-    using L = std::numeric_limits<E>;
-    if (std::isnan(s)) {
-      // What the processor's 32-bit truncation leaves: 0x80000000 for int32,
-      // its low bits (0) for the narrower types, and 0 for uint32.
-      if (std::is_same_v<E, std::int32_t>) return L::min();
-      return 0;
-    }
-    double v;
-    if (std::is_unsigned_v<E>)
-      v = s + 0.5;
-    else if (s < 0)
-      v = s - 0.5;
-    else
-      v = s + 0.5;
-    if (v < static_cast<double>(L::min())) return L::min();
-    if (v > static_cast<double>(L::max())) return L::max();
-    return static_cast<E>(std::trunc(v));
-  }
+  using L = std::numeric_limits<E>;
+  if constexpr (std::is_floating_point_v<E>) return static_cast<E>(s);
+  // What the processor's 32-bit truncation leaves of NaN: 0x80000000 for
+  // int32, its low bits (0) for the narrower types, and 0 for uint32.
+  if (std::isnan(s)) return std::is_same_v<E, std::int32_t> ? L::min() : E(0);
+  double const v = s < 0 ? s - 0.5 : s + 0.5;
+  if (v < static_cast<double>(L::min())) return L::min();
+  if (v > static_cast<double>(L::max())) return L::max();
+  return static_cast<E>(std::trunc(v));
 }
 
 // Resamples the M-by-N-by-P image `a` (interleaved parts when complex) along
@@ -61,11 +48,7 @@ std::vector<E> resize(std::vector<E> const& a, std::size_t m, std::size_t n, std
           double sum = 0.0;
           for (std::size_t k = 0; k < taps; ++k) {
             std::size_t const pos = static_cast<std::size_t>(std::trunc(x[i * taps + k]));  // 1-based
-            std::size_t srcRow = row, srcCol = col;
-            if (dim == 1)
-              srcRow = pos - 1;
-            else
-              srcCol = pos - 1;
+            std::size_t const srcRow = dim == 1 ? pos - 1 : row, srcCol = dim == 1 ? col : pos - 1;
             std::size_t const element = (plane * n + srcCol) * m + srcRow;
             sum = sum + static_cast<double>(a[element * parts + part]) * w[i * taps + k];
           }

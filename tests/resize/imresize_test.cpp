@@ -14,15 +14,13 @@
 namespace {
 
 using qzhost::ArrayPtr;
+using qzhost::makeArray;
 using qztest::HostTest;
 using resizetest::resizeCall;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-ArrayPtr image(ndClassID cls, std::vector<std::size_t> dims, bool complex = false) {
-  return qzhost::makeArray(cls, std::move(dims), complex);
-}
 ArrayPtr doubles(std::vector<std::size_t> dims, double fill = 1.0) {
-  auto a = qzhost::makeArray(ndclass::Double, std::move(dims));
+  auto a = makeArray(ndclass::Double, std::move(dims));
   std::fill_n(qzhost::dataOf<double>(a.get()), ndGetNumberOfElements(a.get()), fill);
   return a;
 }
@@ -31,7 +29,7 @@ ArrayPtr sparse2x2() { return qzhost::makeSparse(2, 2, {0, 1, 1}, {0}, {1.0}); }
 // The arguments of a valid call, each replaceable: a 2-by-3 uint8 image,
 // 2-by-2 weights and indices (all 1) and dimension 1.
 struct Args {
-  ArrayPtr a = image(ndclass::UInt8, {2, 3}), w = doubles({2, 2}, 0.5), x = doubles({2, 2}), d = doubles({1, 1});
+  ArrayPtr a = makeArray(ndclass::UInt8, {2, 3}), w = doubles({2, 2}, 0.5), x = doubles({2, 2}), d = doubles({1, 1});
   std::size_t count = 4;
 };
 
@@ -49,21 +47,21 @@ TEST_F(ImresizeTest, ChecksRunInOrderAndTheFirstFailureIsRaised) {
       {"notThreeArgs", [](Args& s) { s.count = 0; }},
       {"notThreeArgs", [](Args& s) { s.count = 5; }},
       {"notThreeArgs", [](Args& s) { s.count = 3, s.a = sparse2x2(); }},
-      {"invalidImage", [](Args& s) { s.a = image(ndclass::Cell, {2, 3}); }},
-      {"invalidImage", [](Args& s) { s.a = image(40, {2, 3}); }},
+      {"invalidImage", [](Args& s) { s.a = makeArray(ndclass::Cell, {2, 3}); }},
+      {"invalidImage", [](Args& s) { s.a = makeArray(40, {2, 3}); }},
       {"invalidImage", [](Args& s) { s.a = sparse2x2(); }},
-      {"invalidImage", [](Args& s) { s.a = image(ndclass::Char, {2, 3, 2, 2}); }},
-      {"tooManyDims", [](Args& s) { s.a = doubles({2, 3, 1, 2}), s.w = image(ndclass::Single, {2, 2}); }},
-      {"badWeights", [](Args& s) { s.w = doubles({2, 2, 2}), s.x = image(ndclass::Int32, {2, 2}); }},
-      {"badWeights", [](Args& s) { s.w = image(ndclass::Single, {2, 2}); }},
+      {"invalidImage", [](Args& s) { s.a = makeArray(ndclass::Char, {2, 3, 2, 2}); }},
+      {"tooManyDims", [](Args& s) { s.a = doubles({2, 3, 1, 2}), s.w = makeArray(ndclass::Single, {2, 2}); }},
+      {"badWeights", [](Args& s) { s.w = doubles({2, 2, 2}), s.x = makeArray(ndclass::Int32, {2, 2}); }},
+      {"badWeights", [](Args& s) { s.w = makeArray(ndclass::Single, {2, 2}); }},
       {"badWeights", [](Args& s) { s.w = sparse2x2(); }},
-      {"badIndices", [](Args& s) { s.x = image(ndclass::Single, {3, 2}); }},
+      {"badIndices", [](Args& s) { s.x = makeArray(ndclass::Single, {3, 2}); }},
       {"badIndices", [](Args& s) { s.x = qzhost::makeSparse(2, 3, {0, 0, 0, 0}, {}, {}); }},
       {"sizeMismatch", [](Args& s) { s.x = doubles({2, 2, 2}); }},
       {"sizeMismatch", [](Args& s) { s.w = doubles({5, 2}), s.x = doubles({2, 5}); }},
-      {"sizeMismatch", [](Args& s) { s.x = doubles({2, 3}), s.d = image(ndclass::Single, {1, 1}); }},
+      {"sizeMismatch", [](Args& s) { s.x = doubles({2, 3}), s.d = makeArray(ndclass::Single, {1, 1}); }},
       {"invalidDim", [](Args& s) { s.d = sparse2x2(); }},
-      {"invalidDim", [](Args& s) { s.a = image(ndclass::Int64, {2, 3}), s.d = image(ndclass::UInt8, {1, 1}); }},
+      {"invalidDim", [](Args& s) { s.a = makeArray(ndclass::Int64, {2, 3}), s.d = makeArray(ndclass::UInt8, {1, 1}); }},
   };
   // clang-format on
   for (auto const& c : cases) {
@@ -72,7 +70,7 @@ TEST_F(ImresizeTest, ChecksRunInOrderAndTheFirstFailureIsRaised) {
     ArrayPtr extra = doubles({1, 1});
     std::vector<ndArray_tag const*> in{s.a.get(), s.w.get(), s.x.get(), s.d.get(), extra.get()};
     in.resize(s.count);
-    ArrayPtr slots[1] = {qzhost::makeArray(ndclass::Double, {1, 1})};
+    ArrayPtr slots[1] = {makeArray(ndclass::Double, {1, 1})};
     ndArray_tag* before = slots[0].get();
     EXPECT_QZ_ERROR(qzhost::call(pximages::_imresize, 1, slots, static_cast<int>(in.size()), in.data()),
                     std::string("ORRERY:images:resizeDim:") + c.key)
@@ -86,8 +84,8 @@ TEST_F(ImresizeTest, ChecksRunInOrderAndTheFirstFailureIsRaised) {
 TEST_F(ImresizeTest, UnsupportedClassesRaiseAfterTheOutputIsPlaced) {
   for (ndClassID cls : {ndclass::Int64, ndclass::UInt64})
     for (bool complex : {false, true}) {
-      ArrayPtr a = image(cls, {2, 3, 4}, complex), w = doubles({1, 5}), x = doubles({1, 5}), d = doubles({1, 1});
-      ArrayPtr slots[1] = {qzhost::makeArray(ndclass::Double, {1, 1})};
+      ArrayPtr a = makeArray(cls, {2, 3, 4}, complex), w = doubles({1, 5}), x = doubles({1, 5}), d = doubles({1, 1});
+      ArrayPtr slots[1] = {makeArray(ndclass::Double, {1, 1})};
       ndArray_tag* before = slots[0].get();
       ndArray_tag const* in[] = {a.get(), w.get(), x.get(), d.get()};
       EXPECT_QZ_ERROR(qzhost::call(pximages::_imresize, 0, slots, 4, in), "ORRERY:images:resizeDim:invalidInputClass");
@@ -134,7 +132,7 @@ TEST_F(ImresizeTest, ResultShapeClassAndComplexityFollowTheImage) {
   };
   for (auto const& r : rows)
     for (bool complex : {false, true}) {
-      auto a = image(ndclass::Int16, r.image, complex);
+      auto a = makeArray(ndclass::Int16, r.image, complex);
       auto out = resizeCall(a.get(), std::vector<double>(r.len, 1.0), std::vector<double>(r.len, 1.0), 1, r.len, r.dim);
       EXPECT_EQ(qzhost::dimsOf(out.get()), r.result) << "dim " << r.dim << " len " << r.len;
       EXPECT_EQ(ndGetClassID(out.get()), ndclass::Int16);
@@ -145,7 +143,7 @@ TEST_F(ImresizeTest, ResultShapeClassAndComplexityFollowTheImage) {
 // Logical images resample as uint8 ([1 1; 0 1] here): a quarter of each
 // element sums to 0.25 or 0.5, and sums of 400 saturate.
 TEST_F(ImresizeTest, LogicalImagesGiveUint8) {
-  auto a = qzhost::makeArray(ndclass::Logical, {2, 2});
+  auto a = makeArray(ndclass::Logical, {2, 2});
   std::uint8_t const bits[] = {1, 0, 1, 1};
   std::memcpy(ndGetData(a.get()), bits, 4);
   struct {
@@ -176,7 +174,7 @@ TEST_F(ImresizeTest, ArgumentsAreReadAsStoredAndTheSlotIsReplaced) {
   auto lw = qztest::makeLazyFrom<double>({1, 2}, {1, 2});
   auto cx = qztest::makeFrom<double>({1, 2}, {3, 1}, false, qzhost::DimForm::Compact);
   auto ld = qztest::makeLazyFrom<double>({1, 1}, {2});
-  ArrayPtr slots[1] = {qzhost::makeArray(ndclass::Double, {4, 4})};
+  ArrayPtr slots[1] = {makeArray(ndclass::Double, {4, 4})};
   ndArray_tag const* in[] = {lazy.get(), lw.get(), cx.get(), ld.get()};
   qzhost::call(pximages::_imresize, 0, slots, 4, in);
   EXPECT_EQ(qzhost::dimsOf(slots[0].get()), (std::vector<std::size_t>{2, 2, 2}));

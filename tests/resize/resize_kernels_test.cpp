@@ -1,13 +1,10 @@
 // The resampling kernels: the stored value of every integer type at the
 // rounding and saturation edges (exact halves, which random data never
 // hits), the plain reference on random data of every type, with and without
-// taps, real and complex, at every thread count, and work items that write
-// only their own columns.
-
-#include <tbb/global_control.h>
+// taps, real and complex, and row work items that write only their own
+// columns.
 
 #include <algorithm>
-#include <limits>
 #include <random>
 #include <tuple>
 
@@ -20,58 +17,33 @@ namespace {
 using qztest::HostTest;
 using resizetest::resizeCall;
 using resizetest::sameValue;
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
-constexpr std::int32_t kMax = std::numeric_limits<std::int32_t>::max();
-constexpr std::uint32_t kU32 = std::numeric_limits<std::uint32_t>::max();
-
-// Sources at positions 1..taps, resampled to 9 identical positions along a
-// column and along a row (one parallel block of 8 and the tail): every
-// position must store `want`.
-template <class T>
-void expectStored(std::vector<T> const& src, std::vector<double> const& w, T want) {
-  std::size_t const n = src.size(), taps = w.size(), len = 9;
-  std::vector<double> ws, xs;
-  for (std::size_t i = 0; i < len; ++i)
-    for (std::size_t k = 0; k < taps; ++k) ws.push_back(w[k]), xs.push_back(static_cast<double>(k + 1));
-  for (int dim : {1, 2}) {
-    auto a = qztest::makeFrom<T>(dim == 1 ? std::vector<std::size_t>{n, 1} : std::vector<std::size_t>{1, n}, src);
-    auto got = qztest::valuesOf<T>(resizeCall(a.get(), ws, xs, taps, len, dim).get());
-    ASSERT_EQ(got.size(), len);
-    for (std::size_t e = 0; e < got.size(); ++e)
-      EXPECT_EQ(+got[e], +want) << "class " << ndClassOf<T>::value << " dim " << dim << " w " << w[0] << " at " << e;
-  }
-}
 
 using ResizeValueTest = HostTest;
 
-// One source of 1 times a weight: the sum itself, stored as each integer
-// type.  Unsigned types round halves up, signed ones away from zero; all
-// saturate; NaN stores what the processor's 32-bit truncation leaves.
+// A source of 1 times a weight is the sum itself, resampled to 9 positions
+// along a column and along a row (one parallel block of 8 and the tail, so
+// both the vector and the plain conversion): every integer type must store
+// it as the reference does (unsigned types round halves up, signed ones away
+// from zero, and all saturate) at the rounding and saturation edges of every
+// type.  Random weights never land on these exact halves; sums far past
+// every range, infinite or NaN, which they give often, are left to the
+// reference comparison below.
 TEST_F(ResizeValueTest, IntegerTypesRoundAndSaturateTheSum) {
-  using Row = std::tuple<double, std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t, std::int32_t>;
-  // clang-format off
-  Row const rows[] = {
-      {0.49, 0, 0, 0, 0, 0, 0}, {0.5, 1, 1, 1, 1, 1, 1}, {-0.4, 0, 0, 0, 0, 0, 0}, {-0.5, 0, 0, 0, -1, -1, -1},
-      {126.5, 127, 127, 127, 127, 127, 127}, {127.5, 128, 128, 128, 127, 128, 128}, {-128.5, 0, 0, 0, -128, -129, -129},
-      {254.4, 254, 254, 254, 127, 254, 254}, {254.5, 255, 255, 255, 127, 255, 255},
-      {-32767.5, 0, 0, 0, -128, -32768, -32768}, {32766.5, 255, 32767, 32767, 127, 32767, 32767},
-      {65534.4, 255, 65534, 65534, 127, 32767, 65534}, {65534.5, 255, 65535, 65535, 127, 32767, 65535},
-      {2147483646.5, 255, 65535, 2147483647u, 127, 32767, kMax}, {-2147483647.5, 0, 0, 0, -128, -32768, kMin},
-      {-2147483648.4, 0, 0, 0, -128, -32768, kMin}, {4294967294.4, 255, 65535, 4294967294u, 127, 32767, kMax},
-      {4294967294.5, 255, 65535, kU32, 127, 32767, kMax}, {1e10, 255, 65535, kU32, 127, 32767, kMax},
-      {-1e12, 0, 0, 0, -128, -32768, kMin}, {kInf, 255, 65535, kU32, 127, 32767, kMax},
-      {-kInf, 0, 0, 0, -128, -32768, kMin}, {kNaN, 0, 0, 0, 0, 0, kMin},
+  double const sums[] = {0.49,    0.5,          -0.4,          -0.5,          126.5,        127.5,
+                         -128.5,  254.4,        254.5,         -32767.5,      32766.5,      65534.4,
+                         65534.5, 2147483646.5, -2147483647.5, -2147483648.4, 4294967294.4, 4294967294.5};
+  auto check = [&](auto zero) {
+    using T = decltype(zero);
+    auto const one = qztest::makeFrom<T>({1, 1}, {1});
+    for (double w : sums)
+      for (int dim : {1, 2}) {
+        auto const got = resizeCall(one.get(), std::vector<double>(9, w), std::vector<double>(9, 1.0), 1, 9, dim);
+        EXPECT_EQ(qztest::valuesOf<T>(got.get()), std::vector<T>(9, qzref::resizeValue<T>(w)))
+            << "class " << ndClassOf<T>::value << " dim " << dim << " sum " << w;
+      }
   };
-  // clang-format on
-  for (auto const& [w, u8, u16, u32, i8, i16, i32] : rows) {
-    expectStored<std::uint8_t>({1}, {w}, u8), expectStored<std::uint16_t>({1}, {w}, u16);
-    expectStored<std::uint32_t>({1}, {w}, u32), expectStored<std::int8_t>({1}, {w}, i8);
-    expectStored<std::int16_t>({1}, {w}, i16), expectStored<std::int32_t>({1}, {w}, i32);
-  }
-  expectStored<std::uint8_t>({100, 200}, {1, 1}, 255);  // a sum of taps saturates too
-  expectStored<std::int32_t>({kMax, kMax}, {1, 1}, kMax);
+  std::apply([&](auto... z) { (check(z), ...); },
+             std::tuple<std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t, std::int32_t>{});
 }
 
 // Random images and weights, and valid 1-based positions, a third with a
@@ -79,7 +51,7 @@ TEST_F(ResizeValueTest, IntegerTypesRoundAndSaturateTheSum) {
 // reference's (any NaN for a NaN).
 template <class E>
 void compareWithReference(std::mt19937_64& rng, std::size_t m, std::size_t n, std::size_t p, std::size_t taps,
-                                    std::size_t len, int dim, bool complex) {
+                          std::size_t len, int dim, bool complex) {
   auto const src = resizetest::randomSamples<E>(rng, m * n * p * (complex ? 2 : 1));
   auto const w = resizetest::randomWeights(rng, taps * len);
   std::vector<double> x(taps * len);
@@ -114,33 +86,20 @@ TEST_F(ResizeReferenceTest, EveryTypeMatchesTheReference) {
       std::tuple<double, float, std::uint8_t, std::uint16_t, std::uint32_t, std::int8_t, std::int16_t, std::int32_t>{});
 }
 
-// Large enough that both kernels split into many tasks; the reference has
-// one answer, so every thread count must give it.
-TEST_F(ResizeReferenceTest, ResultsDoNotDependOnTheThreadCount) {
-  for (int dim : {1, 2})
-    for (bool complex : {false, true})
-      for (int threads : {1, 2, 4}) {
-        tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads));
-        std::mt19937_64 rng(77);
-        compareWithReference<std::uint16_t>(rng, 64, 300, 3, 4, 171, dim, complex);
-        compareWithReference<float>(rng, 40, 170, 3, 5, 203, dim, complex);
-      }
-}
-
 // A row item writes exactly its block of 8 output columns in every row and
-// plane, columns() exactly the columns it is given, and a column item
-// exactly its own column.
-TEST(ResizeWorkItemTest, ItemsWriteOnlyTheirOwnColumns) {
+// plane, and columns() exactly the columns it is given: a body that also
+// wrote its neighbours' columns (with the same values) would still match the
+// reference, but race with them.
+TEST(ResizeWorkItemTest, RowItemsWriteOnlyTheirOwnColumns) {
   std::size_t const m = 3, n = 4, p = 2, taps = 2, len = 19;
   std::vector<int> src(m * n * p);
   for (std::size_t e = 0; e < src.size(); ++e) src[e] = static_cast<int>(e + 1);
   std::vector<double> w(taps * len, 1.0);
-  std::vector<std::size_t> rowOffsets(taps * len), colOffsets(taps * len);
-  for (std::size_t e = 0; e < taps * len; ++e) rowOffsets[e] = (e % n) * m, colOffsets[e] = e % m;
+  std::vector<std::size_t> offsets(taps * len);
+  for (std::size_t e = 0; e < taps * len; ++e) offsets[e] = (e % n) * m;
   constexpr int kUntouched = -77;
-
   std::vector<int> dst(m * len * p, kUntouched);
-  qz::ResizeRows<int, int> rows{src.data(), dst.data(), w.data(), rowOffsets.data(), n, len, taps, m, p, 8};
+  qz::ResizeRows<int, int> rows{src.data(), dst.data(), w.data(), offsets.data(), n, len, taps, m, p, 8};
   rows(tbb::blocked_range<std::size_t>(1, 2));  // columns 8..15
   rows.columns(17, 18);
   for (std::size_t plane = 0; plane < p; ++plane)
@@ -151,14 +110,6 @@ TEST(ResizeWorkItemTest, ItemsWriteOnlyTheirOwnColumns) {
         bool const written = (c >= 8 && c < 16) || c == 17;
         EXPECT_EQ(dst[(plane * len + c) * m + r], written ? at(2 * c) + at(2 * c + 1) : kUntouched) << plane << c << r;
       }
-
-  std::vector<int> cols(len * n * p, kUntouched);
-  qz::ResizeCols<int, int> colBody{src.data(), cols.data(), w.data(), colOffsets.data(), m, len, taps};
-  colBody(tbb::blocked_range<std::size_t>(5, 6));  // plane 1, column 1
-  for (std::size_t j = 0; j < n * p; ++j)
-    for (std::size_t i = 0; i < len; ++i)
-      EXPECT_EQ(cols[j * len + i], j == 5 ? src[5 * m + (2 * i) % m] + src[5 * m + (2 * i + 1) % m] : kUntouched)
-          << j << i;
 }
 
 }  // namespace
