@@ -76,12 +76,7 @@ void GrayWidened(T const* HWY_RESTRICT in, std::size_t p, T* HWY_RESTRICT out, b
       return SaturateRoundHalfAway<T>(d, s);
     }
   };
-  // Words are streamed from 4 MiB on: their kernel reads three times what
-  // it writes and is bound by memory, and a block of that size no longer
-  // sits in the caches when the runtime reuses it.  The other classes
-  // measured no faster streamed.
-  bool const stream = std::is_same_v<T, std::uint16_t> && p * sizeof(T) >= kStreamedBytes;
-  StoreVectors(dt, out, b, e, stream, grayOf, [&](std::size_t from, std::size_t to) {
+  StoreVectors(dt, out, b, e, false, grayOf, [&](std::size_t from, std::size_t to) {
     grayrule::line(in, p, std::is_floating_point_v<T>, out, planar, from, to);
   });
 }

@@ -207,25 +207,6 @@ TEST_F(ColorTest, OutputShapesAndClasses) {
             (std::vector<float>{0, 0x1.555554p-1f, 1, 1, 1, 1}));
 }
 
-// Gray words of 4 MiB and more are written past the caches from the first
-// aligned vector on: the same values, wherever the range starts and ends.
-TEST(ColorKernelTest, StreamedGrayWordsMatchTheReferenceOnEveryKernel) {
-  std::size_t const p = (std::size_t{2} << 20) + 37;
-  std::mt19937_64 rng(5);
-  std::vector<std::uint16_t> planar(3 * p), want(p);
-  for (auto& v : planar) v = static_cast<std::uint16_t>(rng());
-  for (std::size_t i = 0; i < p; ++i)
-    want[i] = qzref::rgb2gray<std::uint16_t>(planar[i], planar[p + i], planar[2 * p + i], false);
-  auto run = [&](std::uint16_t const* in, std::uint16_t* out, bool isPlanar, std::size_t b, std::size_t e) {
-    qz::convertrgb2gray<std::uint16_t>{in, p, false, out, isPlanar}({b, e});
-  };
-  expectEveryTarget<std::uint16_t>(planar, p, 1, {{0, p}, {5, p - 3}}, run, [&](std::size_t b, std::size_t e) {
-    std::vector<std::uint16_t> w(p, 7);
-    std::copy(want.begin() + b, want.begin() + e, w.begin() + b);
-    return w;
-  });
-}
-
 TEST(ColorKernelTest, AllByteTriplesMatchTheReferencesOnEveryKernel) {
 #ifdef QZ_SANITIZED
   constexpr unsigned kChunkStep = 5;  // chunks 0, 5, 10, 15 of the 16: a sample keeps the sanitizer build quick
