@@ -77,8 +77,6 @@ void flushPacked(MomentTables& m, PackedSums* sums) {
   }
 }
 
-}  // namespace
-
 // labels[p] = cellLabel[labels[p]] for every pixel.  Bound by memory
 // operations: four labels go through one 64-bit load and one store (the
 // first label in the low bits, as little-endian memory holds them).
@@ -94,6 +92,8 @@ void relabelPixels(std::uint16_t* __restrict labels, std::size_t count, std::uin
 #endif
   for (; p < count; ++p) labels[p] = cellLabel[labels[p]];
 }
+
+}  // namespace
 
 void buildColorHistogram(MomentTables& m, std::uint8_t const* red, std::uint8_t const* green,
                          std::uint8_t const* blue, std::size_t pixelCount, std::uint16_t* labels) {

@@ -381,7 +381,7 @@ HWY_INLINE hn::Vec<D> PickLanes(D d, hn::Vec<D> lo, hn::Vec<D> hi, std::int64_t 
 }
 
 // kTaps is the tap count when it is known at compile time (0 when not):
-// bicubic enlargements have four, and then a run's arrangement stays in
+// bicubic enlargements have four, and then a run's lane indices stay in
 // registers for all the items of a sweep instead of being loaded for each.
 template <bool kPair, std::size_t kTaps, class E>
 void LookupRuns(E const* HWY_RESTRICT src, E* HWY_RESTRICT dst, std::size_t srcStride, std::size_t dstStride,
