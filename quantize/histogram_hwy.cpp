@@ -99,7 +99,7 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
   hn::Full128<std::uint32_t> const dw;  // one cell's four 32-bit sums
   hn::Rebind<std::uint8_t, decltype(dw)> const db;
   auto running = hn::Zero(df);  // the square sum of the cell of the pixel before
-  auto const* squareBytes = reinterpret_cast<char const*>(squareSums);
+  auto* const squareBytes = reinterpret_cast<char*>(squareSums);  // the offsets are in bytes
   for (std::size_t start = 0; start < count; start += kBlock) {
     std::size_t const n = count - start < kBlock ? count - start : kBlock;
     std::uint16_t const* code = codes + start;
@@ -135,7 +135,7 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
 #else
       running = hn::Add(hn::And(running, hn::BitCast(df, hn::Set(dm, from == 0 ? ~0u : 0u))), fresh);
 #endif
-      hn::StoreU(running, df, reinterpret_cast<float*>(reinterpret_cast<char*>(squareSums) + at));
+      hn::StoreU(running, df, reinterpret_cast<float*>(squareBytes + at));
       // The four sums stay below 2^32 between flushes, so 32-bit lanes add
       // them as the packed words would.  A cell's sums are four times as
       // wide as its square sum.
