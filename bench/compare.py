@@ -50,14 +50,23 @@ except ImportError:
     skimage = None
 
 
-def median_time(fn, repeat):
-    fn()  # warm caches, thread pools and lazy tables
-    times = []
+def median_times(fns, repeat):
+    """{name: median seconds} of each callable, timed in rounds that take
+    every tool once, so that a slow spell of the shared machine falls on all
+    of them alike rather than on whichever ran then."""
+    for fn in fns.values():
+        fn()  # warm caches, thread pools and lazy tables
+    times = {name: [] for name in fns}
     for _ in range(repeat):
-        t = time.perf_counter()
-        fn()
-        times.append(time.perf_counter() - t)
-    return statistics.median(times)
+        for name, fn in fns.items():
+            t = time.perf_counter()
+            fn()
+            times[name].append(time.perf_counter() - t)
+    return {name: statistics.median(v) for name, v in times.items()}
+
+
+def median_time(fn, repeat):
+    return median_times({"": fn}, repeat)[""]
 
 
 def copy_time(nbytes, repeat):
@@ -77,33 +86,43 @@ class Table:
         self.repeat = repeat
         self.rows = []
 
-    def add(self, op, ours, others, moved_bytes, note="", goal=None, unlike=None):
+    def add(self, op, ours, others, moved_bytes, note="", goal=None, unlike=None, variants=None):
         """ours: a callable; others: {tool: callable or None} computing the
         same function; unlike: the same, for tools that compute a different
         (cheaper) function, timed and noted but not in the ratio; moved_bytes:
-        bytes read + written by one run; goal: the ratio to stay at or under."""
-        t_ours = median_time(ours, self.repeat)
-        timed = {name: median_time(fn, self.repeat) for name, fn in others.items() if fn is not None}
-        apart = {name: median_time(fn, self.repeat) for name, fn in (unlike or {}).items() if fn is not None}
+        bytes read + written by one run; goal: the ratio to stay at or under;
+        variants: {operation: (callable, note)}, other ways of calling us for
+        the same result, each a row of its own timed in the same rounds."""
+        others = {name: fn for name, fn in others.items() if fn is not None}
+        unlike = {name: fn for name, fn in (unlike or {}).items() if fn is not None}
+        variants = variants or {}
+        # Our own calls are keyed apart so that no tool's name can collide with them.
+        t = median_times({**{("ours", op): ours}, **{("ours", k): v[0] for k, v in variants.items()},
+                          **{("other", k): v for k, v in others.items()},
+                          **{("unlike", k): v for k, v in unlike.items()}}, self.repeat)
+        timed = {name: t[("other", name)] for name in others}
+        apart = {name: t[("unlike", name)] for name in unlike}
         if apart:
             note = "; ".join([note] * bool(note) + [f"{k} {v * 1e3:.2f} ms" for k, v in apart.items()])
         best = min(timed, key=timed.get) if timed else None
         t_copy = copy_time(moved_bytes, self.repeat)
-        row = {
-            "operation": op,
-            "ours_ms": t_ours * 1e3,
-            "best_other": best,
-            "best_other_ms": timed[best] * 1e3 if best else None,
-            "ratio": t_ours / timed[best] if best else None,
-            "others_ms": {k: v * 1e3 for k, v in timed.items()},
-            "unlike_ms": {k: v * 1e3 for k, v in apart.items()},
-            "ours_gbps": moved_bytes / t_ours / 1e9,
-            "copy_gbps": moved_bytes / t_copy / 1e9,
-            "note": note,
-            "goal": goal,
-        }
-        self.rows.append(row)
-        print(self.format_row(row), flush=True)
+        for name, row_note, row_goal in [(op, note, goal)] + [(k, v[1], None) for k, v in variants.items()]:
+            t_ours = t[("ours", name)]
+            row = {
+                "operation": name,
+                "ours_ms": t_ours * 1e3,
+                "best_other": best,
+                "best_other_ms": timed[best] * 1e3 if best else None,
+                "ratio": t_ours / timed[best] if best else None,
+                "others_ms": {k: v * 1e3 for k, v in timed.items()},
+                "unlike_ms": {k: v * 1e3 for k, v in apart.items()},
+                "ours_gbps": moved_bytes / t_ours / 1e9,
+                "copy_gbps": moved_bytes / t_copy / 1e9,
+                "note": row_note,
+                "goal": row_goal,
+            }
+            self.rows.append(row)
+            print(self.format_row(row), flush=True)
 
     @staticmethod
     def header():
@@ -282,9 +301,9 @@ def resize_rows(t, x):
         assert np.array_equal(column_major(), qz.resize(img, scale=s)), "the two paths disagree"
         moved = h * w * 3 + oh * ow * 3
         t.add(f"resize {s}x bicubic, imresize", column_major, others, moved, "column-major arrays",
-              goal=GOALS[s], unlike=unlike)
-        along = t.rows[-1]["ours_ms"]
-        t.add(f"resize {s}x bicubic, qz.resize", lambda: qz.resize(img, scale=s), others, moved, "C-ordered")
+              goal=GOALS[s], unlike=unlike,
+              variants={f"resize {s}x bicubic, qz.resize": (lambda: qz.resize(img, scale=s), "C-ordered")})
+        along = t.rows[-2]["ours_ms"]
         layout_cost.append(f"{s}x: {t.rows[-1]['ours_ms'] / along:.2f}")
         t.rows[-1]["note"] += f", {t.rows[-1]['ours_ms'] / along:.2f}x the imresize path"
     print(f"qz.resize on the C-ordered image over imresize on column-major arrays: {', '.join(layout_cost)}")
@@ -415,7 +434,7 @@ def main():
     x = Inputs(img)
     print(f"qzimages from {os.path.dirname(os.path.abspath(qz.__file__))}")
     print(
-        f"{x.w}x{x.h} RGB ({x.pixels / 1e6:.1f} MP), median of {args.repeat} runs; "
+        f"{x.w}x{x.h} RGB ({x.pixels / 1e6:.1f} MP), median of {args.repeat} rounds, each timing every tool once; "
         f"{os.cpu_count()} cores, {platform.processor() or platform.machine()}, Python {platform.python_version()}, "
         f"NumPy {np.__version__}, OpenCV {cv2.__version__ if cv2 else 'absent'}, "
         f"Pillow {Image.__version__}, scikit-image {skimage.__version__ if skimage else 'absent'}\n"
