@@ -56,18 +56,24 @@ void _cq(int numOutputs, OutputSlot* outputs, int numInputs, ndArray_tag const**
   auto const* planes = static_cast<std::uint8_t const*>(ndGetData(image));
 
   // The labels need 16 bits until the number of colours is known; the
-  // quantiser first keeps each pixel's cell code in them.
+  // quantiser first keeps each pixel's cell code in them, and every element
+  // is written before it is read.
   matrix::detail::ArrayHandle index =
-      matrix::detail::do_create_numeric({dims, dims + 2}, ndclass::UInt16, ndREAL);
+      matrix::detail::do_create_uninitnumeric({dims, dims + 2}, ndclass::UInt16, ndREAL);
   auto* labels = static_cast<std::uint16_t*>(ndGetData(index.get()));
+  using qz::ScratchArray;
+  using qz::ScratchFill;
+  std::size_t constexpr cells = qz::kCellCount;
+  ScratchArray<std::uint16_t> cellLabel(cells, ScratchFill::Uninitialised);
+  std::size_t colors;
   {
-    using qz::ScratchArray;
-    using qz::ScratchFill;
     // Sized by the request; only the first K' entries are written.
     ScratchArray<std::uint8_t> red(K, ScratchFill::Uninitialised), green(K, ScratchFill::Uninitialised),
         blue(K, ScratchFill::Uninitialised);
-    std::size_t const colors = qz::quantizeColors(planes, planes + pixels, planes + 2 * pixels, pixels, red.get(),
-                                                  green.get(), blue.get(), K, labels, numOutputs > 1);
+    // The index image is written here rather than in place by the
+    // quantiser, so that a narrow one comes from the cell codes in one pass.
+    colors = qz::quantizeColors(planes, planes + pixels, planes + 2 * pixels, pixels, red.get(), green.get(),
+                                blue.get(), K, labels, false, cellLabel.get());
 
     std::size_t const mapDims[2] = {colors, 3};
     outputs[0] = matrix::detail::do_create_numeric(mapDims, ndclass::UInt8, ndREAL);
@@ -77,18 +83,20 @@ void _cq(int numOutputs, OutputSlot* outputs, int numInputs, ndArray_tag const**
       map[colors + k] = green[k];
       map[2 * colors + k] = blue[k];
     }
-    if (numOutputs <= 1) return;  // the index image goes with its handle
-    if (colors > 256) {
-      outputs[1] = std::move(index);
-      return;
-    }
+  }
+  if (numOutputs <= 1) return;  // the index image goes with its handle
+  if (colors > 256) {
+    qz::relabelPixels(labels, pixels, cellLabel.get(), labels);
+    outputs[1] = std::move(index);
+    return;
   }
 
   // Every label fits in a byte: hand back the narrow class.
   matrix::detail::ArrayHandle narrow =
       matrix::detail::do_create_uninitnumeric({dims, dims + 2}, ndclass::UInt8, ndREAL);
-  auto* bytes = static_cast<std::uint8_t*>(ndGetData(narrow.get()));
-  for (std::size_t p = 0; p < pixels; ++p) bytes[p] = static_cast<std::uint8_t>(labels[p]);
+  ScratchArray<std::uint8_t> byteLabel(cells, ScratchFill::Uninitialised);
+  for (std::size_t c = 0; c < cells; ++c) byteLabel[c] = static_cast<std::uint8_t>(cellLabel[c]);
+  qz::relabelPixels(labels, pixels, byteLabel.get(), static_cast<std::uint8_t*>(ndGetData(narrow.get())));
   index.reset();
   outputs[1] = std::move(narrow);
 }

@@ -77,23 +77,37 @@ void flushPacked(MomentTables& m, PackedSums* sums) {
   }
 }
 
-// labels[p] = cellLabel[labels[p]] for every pixel.  Bound by memory
-// operations: four labels go through one 64-bit load and one store (the
-// first label in the low bits, as little-endian memory holds them).
-void relabelPixels(std::uint16_t* __restrict labels, std::size_t count, std::uint16_t const* __restrict cellLabel) {
+}  // namespace
+
+// Bound by memory operations: the labels of eight (bytes) or four (16 bits)
+// pixels go out through one 64-bit store, from the codes of one or two
+// 64-bit loads (the first pixel in the low bits, as little-endian memory
+// holds them).  Each group is loaded whole before it is stored, so out may
+// be codes itself.
+template <class L>
+void relabelGroups(std::uint16_t const* codes, std::size_t count, L const* __restrict cellLabel, L* out) {
   std::size_t p = 0;
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  for (; p + 4 <= count; p += 4) {
-    std::uint64_t codes, out = 0;
-    std::memcpy(&codes, labels + p, sizeof codes);
-    for (int i = 0; i < 4; ++i) out |= std::uint64_t{cellLabel[(codes >> (16 * i)) & 0xffffu]} << (16 * i);
-    std::memcpy(labels + p, &out, sizeof out);
+  constexpr int kPerStore = 8 / sizeof(L);
+  for (; p + kPerStore <= count; p += kPerStore) {
+    std::uint64_t in[kPerStore / 4], word = 0;
+    std::memcpy(in, codes + p, sizeof in);
+    for (int i = 0; i < kPerStore; ++i)
+      word |= std::uint64_t{cellLabel[(in[i / 4] >> (16 * (i % 4))) & 0xffffu]} << (8 * sizeof(L) * i);
+    std::memcpy(out + p, &word, sizeof word);
   }
 #endif
-  for (; p < count; ++p) labels[p] = cellLabel[labels[p]];
+  for (; p < count; ++p) out[p] = cellLabel[codes[p]];
 }
 
-}  // namespace
+void relabelPixels(std::uint16_t const* codes, std::size_t count, std::uint16_t const* cellLabel,
+                   std::uint16_t* out) {
+  relabelGroups(codes, count, cellLabel, out);
+}
+
+void relabelPixels(std::uint16_t const* codes, std::size_t count, std::uint8_t const* cellLabel, std::uint8_t* out) {
+  relabelGroups(codes, count, cellLabel, out);
+}
 
 void buildColorHistogram(MomentTables& m, std::uint8_t const* red, std::uint8_t const* green,
                          std::uint8_t const* blue, std::size_t pixelCount, std::uint16_t* labels) {
@@ -255,7 +269,12 @@ void labelBox(ColorBox const& box, std::uint16_t k, std::uint16_t* cellLabel) {
 
 std::size_t quantizeColors(std::uint8_t const* red, std::uint8_t const* green, std::uint8_t const* blue,
                            std::size_t pixelCount, std::uint8_t* outRed, std::uint8_t* outGreen,
-                           std::uint8_t* outBlue, std::size_t K, std::uint16_t* labels, bool wantIndex) {
+                           std::uint8_t* outBlue, std::size_t K, std::uint16_t* labels, bool wantIndex,
+                           std::uint16_t* cellLabel) {
+  if (!cellLabel) {
+    ScratchArray<std::uint16_t> own(kCellCount, ScratchFill::Uninitialised);
+    return quantizeColors(red, green, blue, pixelCount, outRed, outGreen, outBlue, K, labels, wantIndex, own.get());
+  }
   ScratchArray<ColorBox> boxes(kMaxColors, ScratchFill::Zeroed);
   ScratchArray<float> scores(kMaxColors, ScratchFill::Zeroed);  // score 0: not to be split again
   // The moment tables belong to this call alone, which is what lets cq run
@@ -311,14 +330,13 @@ std::size_t quantizeColors(std::uint8_t const* red, std::uint8_t const* green, s
     }
   }
 
-  ScratchArray<std::uint16_t> cellLabel(kCellCount, ScratchFill::Uninitialised);
   // Without colours no cell is labelled; give the wanted index a defined
   // value rather than whatever the allocator returned.
-  if (colors == 0) std::fill(cellLabel.get(), cellLabel.get() + kCellCount, std::uint16_t{0});
+  if (colors == 0) std::fill(cellLabel, cellLabel + kCellCount, std::uint16_t{0});
 
   for (std::size_t k = 0; k < colors; ++k) {
     ColorBox const& box = boxes[k];
-    labelBox(box, static_cast<std::uint16_t>(k), cellLabel.get());
+    labelBox(box, static_cast<std::uint16_t>(k), cellLabel);
     std::int64_t const w = boxSum(box, m.weight);
     if (w != 0) {
       // Non-negative sums: the truncating division is the floor of the mean.
@@ -331,7 +349,7 @@ std::size_t quantizeColors(std::uint8_t const* red, std::uint8_t const* green, s
   }
 
   // The label buffer holds cell codes; turn them into colour indices in place.
-  if (wantIndex && pixelCount > 0) relabelPixels(labels, pixelCount, cellLabel.get());
+  if (wantIndex) relabelPixels(labels, pixelCount, cellLabel, labels);
 
   return colors;
 }

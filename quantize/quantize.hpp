@@ -10,7 +10,7 @@
 // truncated mean of the box its cell lies in.
 //
 // The internal operations are declared here so that the tests can hold them
-// against brute-force statistics; only quantizeColors is used by the gateway.
+// against brute-force statistics; the gateway uses quantizeColors and relabelPixels.
 
 #include <cstddef>
 #include <cstdint>
@@ -133,9 +133,17 @@ void labelBox(ColorBox const& box, std::uint16_t k, std::uint16_t* cellLabel);
 // receive the colour map.  labels has pixelCount entries: with wantIndex and
 // K >= 1 it ends up holding each pixel's 0-based colour index; without
 // wantIndex it holds cell codes.  With K = 0 the map is empty and every
-// wanted index is 0.
+// wanted index is 0.  A caller that writes the index image itself passes
+// cellLabel (kCellCount entries) to receive each cell's colour index.
 std::size_t quantizeColors(std::uint8_t const* red, std::uint8_t const* green, std::uint8_t const* blue,
                            std::size_t pixelCount, std::uint8_t* outRed, std::uint8_t* outGreen,
-                           std::uint8_t* outBlue, std::size_t K, std::uint16_t* labels, bool wantIndex);
+                           std::uint8_t* outBlue, std::size_t K, std::uint16_t* labels, bool wantIndex,
+                           std::uint16_t* cellLabel = nullptr);
+
+// The index image from the cell codes: out[p] = cellLabel[codes[p]], in 16
+// bits or, when every colour index fits, in bytes.  out may be codes itself.
+void relabelPixels(std::uint16_t const* codes, std::size_t count, std::uint16_t const* cellLabel,
+                   std::uint16_t* out);
+void relabelPixels(std::uint16_t const* codes, std::size_t count, std::uint8_t const* cellLabel, std::uint8_t* out);
 
 }  // namespace qz
