@@ -11,13 +11,11 @@
 #include <array>
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <memory>
 #include <random>
 
 #include "builtin_args.hpp"
 #include "quantize/quantize.hpp"
-#include "qzimages/qzimages.hpp"
 #include "reference/cq_reference.hpp"
 #include "targets.hpp"
 

@@ -13,7 +13,6 @@
 // are the library's (lo, hi] in its 1-based cell coordinates.
 
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
