@@ -119,6 +119,13 @@ TEST_F(ImresizeTest, TheDimensionArgumentIsTruncatedAndOnlyOneMeansColumns) {
   EXPECT_EQ(resizedDimension(qztest::makeFrom<double>({0, 0}, {})), 2);
 }
 
+// An image without columns, resized along its rows: an empty result of the
+// new length (the kernels never offset its data pointer).
+TEST_F(ImresizeTest, AnImageWithoutColumnsGivesAnEmptyResult) {
+  auto out = resizeCall(makeArray(ndclass::Int16, {2, 0, 4}).get(), {1, 1, 1}, {1, 1, 1}, 1, 3, 1);
+  EXPECT_EQ(qzhost::dimsOf(out.get()), (std::vector<std::size_t>{3, 0, 4}));
+}
+
 // Logical images resample as uint8 ([1 1; 0 1] here): a quarter of each
 // element sums to 0.25 or 0.5, and sums of 400 saturate.
 TEST_F(ImresizeTest, LogicalImagesGiveUint8) {
