@@ -54,7 +54,7 @@ TEST_F(ExhaustionTest, EveryRequestOfEveryBuiltInCanFailCleanly) {
       for (std::size_t k = 0; k < 2 && slots[k]; ++k) {
         ASSERT_TRUE(dataBytesOf(slots[k].get()) == 0 || ndGetData(slots[k].get())) << "an array without its data";
         auto const now = snapshotOf(slots[k].get());
-        EXPECT_TRUE(filled ? now == expected[k] : now.shape == expected[k].shape) << "slot " << k << " is not the result";
+        EXPECT_TRUE(filled ? now == expected[k] : now.shape == expected[k].shape) << "slot " << k << " differs";
       }
       slots.clear();
       EXPECT_EQ(qzhost::liveBlocks(), blocks) << "scratch blocks leaked";

@@ -75,7 +75,8 @@ TEST_F(ArrayTest, ReleasedLargeBlocksAreReusedZeroedAndOnlyWhereTheyFit) {
         void* p = zeroed ? ndCalloc(1, bytes) : ndMalloc(bytes);
         return {p, [p] { ndFree(p); }};
       }
-      auto a = std::make_shared<qzhost::ArrayPtr>(matrix::detail::do_create_numeric(Dims{bytes, 1}, ndclass::UInt8, ndREAL));
+      auto a = std::make_shared<qzhost::ArrayPtr>(
+          matrix::detail::do_create_numeric(Dims{bytes, 1}, ndclass::UInt8, ndREAL));
       return {ndGetData(a->get()), [a] { a->reset(); }};
     };
     auto [kept, giveBack] = get(size, false);

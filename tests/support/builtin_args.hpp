@@ -58,7 +58,8 @@ inline ArrayPtr resizeCall(ndArray_tag const* a, std::vector<double> const& w, s
 template <class T>
 bool sameValue(T a, T b) {
   if constexpr (std::is_floating_point_v<T>)
-    return std::isnan(a) || std::isnan(b) ? std::isnan(a) && std::isnan(b) : a == b && std::signbit(a) == std::signbit(b);
+    return std::isnan(a) || std::isnan(b) ? std::isnan(a) && std::isnan(b)
+                                          : a == b && std::signbit(a) == std::signbit(b);
   return a == b;
 }
 

@@ -28,7 +28,8 @@ inline std::size_t dataBytesOf(ndArray_tag const* a) {
 inline ArraySnapshot snapshotOf(ndArray_tag const* a) {
   if (!a) return {};
   a->complete_opaque_dimensions();
-  ArraySnapshot s{{true, ndGetClassID(a), ndIsComplex(a), qzhost::dimsOf(a)}, std::vector<unsigned char>(dataBytesOf(a))};
+  ArraySnapshot s{{true, ndGetClassID(a), ndIsComplex(a), qzhost::dimsOf(a)}, {}};
+  s.bytes.resize(dataBytesOf(a));
   if (!s.bytes.empty()) std::memcpy(s.bytes.data(), ndGetData(a), s.bytes.size());
   return s;
 }
