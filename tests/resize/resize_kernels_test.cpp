@@ -8,8 +8,8 @@
 #include <random>
 #include <tuple>
 
-#include "reference/resize_reference.hpp"
 #include "builtin_args.hpp"
+#include "reference/resize_reference.hpp"
 #include "resize/resize.hpp"
 
 namespace {
