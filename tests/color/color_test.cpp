@@ -97,18 +97,12 @@ void expectHsvLikeTheReference(std::vector<In> const& planar, std::size_t p, Out
                          [&](std::size_t b, std::size_t e) { return hsvWant(planar, p, scale, b, e); });
 }
 
-// The rgb2hsv gateway takes each class to its path and scale, and gives a
-// class without one zeros.  With finite channels no pixel carries a hue, so
-// how the call is split cannot show.
-template <class T>
-void expectHsvGatewayLikeTheReference(std::vector<T> const& finite, std::size_t p) {
-  using Out = std::conditional_t<std::is_same_v<T, float>, float, double>;
-  bool const hasPath =
-      std::is_floating_point_v<T> || std::is_same_v<T, std::uint8_t> || std::is_same_v<T, std::uint16_t>;
-  Out const scale = std::is_integral_v<T> ? Out(std::numeric_limits<T>::max()) : Out(1);
-  std::vector<Out> const want = hasPath ? hsvWant(finite, p, scale, 0, p) : std::vector<Out>(3 * p, Out(0));
-  auto in = qztest::makeFrom<T>({p, 1, 3}, finite);
-  auto out = qztest::call(pximages::_rgb2hsv, 1, {in.get()});
+// The gateway's output for the p pixels `values` of class T: of Out's class
+// and byte for byte `want`.
+template <class Out, class T>
+void expectGatewayGives(qzhost::Gateway fn, std::vector<T> const& values, std::size_t p, std::vector<Out> const& want) {
+  auto in = qztest::makeFrom<T>({p, 1, 3}, values);
+  auto out = qztest::call(fn, 1, {in.get()});
   ASSERT_EQ(ndGetClassID(out[0].get()), ndClassOf<Out>::value);
   EXPECT_EQ(0, std::memcmp(qzhost::dataOf<Out>(out[0].get()), want.data(), want.size() * sizeof(Out)));
 }
@@ -147,12 +141,18 @@ void expectEveryClassLikeTheReferences() {
           for (T& v : values) v = clamp || std::isfinite(double(v)) ? v : T(2);
           for (std::size_t i = 0; i < p; ++i)
             want[i] = qzref::rgb2gray<T>(values[i], values[p + i], values[2 * p + i], clamp);
-          if (clamp == std::is_floating_point_v<T>) {
-            auto in = qztest::makeFrom<T>({p, 1, 3}, values);
-            auto out = qztest::call(pximages::_rgb2gray, 1, {in.get()});
-            EXPECT_EQ(0, std::memcmp(qzhost::dataOf<T>(out[0].get()), want.data(), p * sizeof(T)));
+          if (clamp == std::is_floating_point_v<T>) expectGatewayGives(pximages::_rgb2gray, values, p, want);
+          if (!clamp) {
+            // Every channel is finite here, so no pixel carries a hue and how
+            // the call is split cannot show.  Each class goes to its path and
+            // scale; a class without one gives zeros.
+            using Out = std::conditional_t<std::is_same_v<T, float>, float, double>;
+            Out const scale = std::is_integral_v<T> ? Out(std::numeric_limits<T>::max()) : Out(1);
+            bool const hasPath = std::is_floating_point_v<T> || std::is_same_v<T, std::uint8_t> ||
+                                 std::is_same_v<T, std::uint16_t>;
+            expectGatewayGives(pximages::_rgb2hsv, values, p,
+                               hasPath ? hsvWant(values, p, scale, 0, p) : std::vector<Out>(3 * p, Out(0)));
           }
-          if (!clamp) expectHsvGatewayLikeTheReference(values, p);  // every channel finite here
           auto run = [&](T const* input, T* output, bool isPlanar, std::size_t b, std::size_t e) {
             qz::convertrgb2gray<T>{input, p, clamp, output, isPlanar}({b, e});
           };

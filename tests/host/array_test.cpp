@@ -1,7 +1,10 @@
 // The host array as the library reads it: dimensions, class codes, sparse
-// storage, creatable classes and tolerated misuse.
+// storage, creatable classes and tolerated misuse; the blocks kept for reuse.
 
 #include <algorithm>
+#include <functional>
+#include <memory>
+#include <tuple>
 
 #include "qztest.hpp"
 
@@ -53,28 +56,45 @@ TEST_F(ArrayTest, SparseScalarReadsAndMalformedLayouts) {
   EXPECT_QZ_ERROR(qzhost::makeSparse(3, 1, {0, 1}, {0}, {1.0, 2.0}), "qzhost:badSparseLayout");
 }
 
-// Large element blocks are kept on release and handed to the next array that
-// fits: zeroed again for a creation that promises zeros, never to an array
-// larger than the block, and not to one under half its size.
+// Large released blocks are kept (element blocks of arrays; scratch blocks
+// of 256 KiB and more, smaller ones going back to the system at once) and
+// handed to the next request of their kind that fits: zeroed again where
+// zeros are promised (arrays always are), never to a larger request, and
+// not to one under half the block's size.
 TEST_F(ArrayTest, ReleasedLargeBlocksAreReusedZeroedAndOnlyWhereTheyFit) {
+  std::size_t const kib = 1024, size = 16 * kib * kib;
   qzhost::trimBlockCache();
-  std::size_t const n = std::size_t{1} << 21;  // 16 MiB of doubles
-  void* kept = nullptr;
-  {
-    auto a = qzhost::makeArray(ndclass::Double, {n, 1});
-    kept = ndGetData(a.get());
-    std::memset(kept, 0xFF, n * sizeof(double));
+  ndFree(ndMalloc(255 * kib));
+  EXPECT_EQ(qzhost::trimBlockCache(), 0u);
+  ndFree(ndMalloc(256 * kib));
+  EXPECT_EQ(qzhost::trimBlockCache(), 256 * kib);
+  for (bool scratch : {false, true}) {
+    // A block of `bytes` and what gives it back.
+    auto get = [scratch](std::size_t bytes, bool zeroed) -> std::pair<void*, std::function<void()>> {
+      if (scratch) {
+        void* p = zeroed ? ndCalloc(1, bytes) : ndMalloc(bytes);
+        return {p, [p] { ndFree(p); }};
+      }
+      auto a = std::make_shared<qzhost::ArrayPtr>(
+          matrix::detail::do_create_numeric(Dims{bytes, 1}, ndclass::UInt8, ndREAL));
+      return {ndGetData(a->get()), [a] { a->reset(); }};
+    };
+    auto [kept, giveBack] = get(size, false);
+    std::memset(kept, 0xFF, size);
+    giveBack();
+    std::tuple<std::size_t, bool, bool> const rows[] = {  // bytes, zeroed, reuses
+        {size + 1, false, false}, {size / 2 - 1, true, false}, {size / 2, true, true}, {size, false, true}};
+    for (auto const& [bytes, zeroed, reuses] : rows) {
+      auto [p, release] = get(bytes, zeroed);
+      EXPECT_EQ(p == kept, reuses) << bytes;
+      auto const* b = static_cast<unsigned char const*>(p);
+      EXPECT_TRUE((scratch && !zeroed) || std::count(b, b + bytes, 0) == std::ptrdiff_t(bytes)) << bytes;
+      release();
+    }
+    // Kept now: the two blocks that did not fit and the first one, which the
+    // last request took and gave back.
+    EXPECT_EQ(qzhost::trimBlockCache(), (size + 1) + (size / 2 - 1) + size) << scratch;
   }
-  std::pair<std::size_t, bool> const rows[] = {{2 * n, false}, {n / 2 - 1, false}, {n / 2, true}, {n, true}};
-  for (auto const& [elements, reuses] : rows) {
-    auto b = matrix::detail::do_create_numeric(Dims{elements, 1}, ndclass::Double, ndREAL);
-    auto const* d = static_cast<double const*>(ndGetData(b.get()));
-    EXPECT_EQ(d == kept, reuses) << elements;
-    EXPECT_EQ(std::count(d, d + elements, 0.0), static_cast<std::ptrdiff_t>(elements)) << elements;
-  }
-  // Kept now: the two blocks that did not fit; the first went back to the
-  // last array, which was released in turn.
-  EXPECT_EQ(qzhost::trimBlockCache(), (2 * n + n / 2 - 1 + n) * sizeof(double));
   EXPECT_EQ(qzhost::trimBlockCache(), 0u);
 }
 

@@ -23,7 +23,7 @@ namespace {
 
 using IndexedTest = qztest::HostTest;
 using Bytes = std::vector<std::uint8_t>;
-double const kNaN = std::numeric_limits<double>::quiet_NaN(), kInf = std::numeric_limits<double>::infinity();
+using qztest::kInf, qztest::kNaN;
 
 // The key of the identifier raised, once its catalog is checked; the first
 // slot must still be empty, as every check comes before the output is created.

@@ -9,8 +9,6 @@
 #include <tuple>
 
 #include "builtin_args.hpp"
-#include "qzimages/qzimages.hpp"
-#include "qztest.hpp"
 #include "snapshot.hpp"
 
 using namespace qztest;
@@ -20,15 +18,6 @@ constexpr int kRounds = 2;
 #else
 constexpr int kRounds = 30;
 #endif
-
-// A call's outputs, compared byte for byte after the arrays are gone.
-static std::vector<ArraySnapshot> run(qzhost::Gateway fn, int outs, std::vector<ArrayPtr> const& inputs) {
-  std::vector<ndArray_tag const*> in;
-  for (auto const& a : inputs) in.push_back(a.get());
-  std::vector<ArraySnapshot> s;
-  for (auto const& a : call(fn, outs, in)) s.push_back(snapshotOf(a.get()));
-  return s;
-}
 
 TEST(StressTest, ConcurrentCallsOfAllBuiltInsGiveTheirSerialResults) {
   std::mt19937_64 rng(4242);
@@ -52,7 +41,7 @@ TEST(StressTest, ConcurrentCallsOfAllBuiltInsGiveTheirSerialResults) {
       {pximages::_cq, 2, args(randomArray<std::uint8_t>({60, 50, 3}, rng, 0, 256), scalar(300))},
   };
   std::vector<std::vector<ArraySnapshot>> expected;
-  for (auto const& [fn, outs, in] : jobs) expected.push_back(run(fn, outs, in));
+  for (auto const& [fn, outs, in] : jobs) expected.push_back(snapshotsOfCall(fn, outs, in));
   std::vector<std::thread> threads;
   for (std::size_t t = 0; t < 4; ++t)
     threads.emplace_back([&, t] {
@@ -61,7 +50,7 @@ TEST(StressTest, ConcurrentCallsOfAllBuiltInsGiveTheirSerialResults) {
           std::size_t const j = (i + std::size(jobs) * t / 4) % std::size(jobs);
           bool same = false;
           auto const& [fn, outs, in] = jobs[j];
-          EXPECT_EQ(errorOf([&] { same = run(fn, outs, in) == expected[j]; }), "") << "job " << j;
+          EXPECT_EQ(errorOf([&] { same = snapshotsOfCall(fn, outs, in) == expected[j]; }), "") << "job " << j;
           EXPECT_TRUE(same) << "job " << j << " differs from its serial result";
         }
     });

@@ -13,7 +13,6 @@
 // are the library's (lo, hi] in its 1-based cell coordinates.
 
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -30,20 +29,37 @@ struct Box {
 
 inline int cellIndex(std::uint8_t v) { return v / 8; }
 
-class Histogram {
- public:
-  Histogram(std::uint8_t const* planar, std::size_t pixels) : cells_(32 * 32 * 32), floatCells_(32 * 32 * 32, 0.0f) {
+// The exact statistics of every cell, and the square sums as the
+// single-precision running totals give them.
+struct Histogram {
+  std::vector<CellStats> cells = std::vector<CellStats>(32 * 32 * 32);
+  // total[r][g][b] over 1-based coordinates (0 is the empty border): the
+  // float sum of all cells r' <= r, g' <= g, b' <= b, built layer by layer
+  // from running totals along blue and then over green.
+  std::vector<std::vector<std::vector<float>>> total;
+
+  Histogram(std::uint8_t const* planar, std::size_t pixels) {
+    std::vector<float> floatCells(32 * 32 * 32, 0.0f);
     for (std::size_t p = 0; p < pixels; ++p) {
       std::uint8_t r = planar[p], g = planar[pixels + p], b = planar[2 * pixels + p];
       std::size_t const i = (cellIndex(r) * 32 + cellIndex(g)) * 32 + cellIndex(b);
-      CellStats& c = cells_[i];
+      CellStats& c = cells[i];
       c.count += 1, c.red += r, c.green += g, c.blue += b;
-      floatCells_[i] += float(std::uint32_t(r) * r + std::uint32_t(g) * g + std::uint32_t(b) * b);
+      floatCells[i] += float(std::uint32_t(r) * r + std::uint32_t(g) * g + std::uint32_t(b) * b);
     }
-    buildFloatTotals();
+    total.assign(33, std::vector<std::vector<float>>(33, std::vector<float>(33, 0.0f)));
+    for (int r = 1; r <= 32; ++r) {
+      std::vector<float> area(33, 0.0f);
+      for (int g = 1; g <= 32; ++g) {
+        float line = 0.0f;
+        for (int b = 1; b <= 32; ++b) {
+          line = line + floatCells[((r - 1) * 32 + (g - 1)) * 32 + (b - 1)];
+          area[b] = area[b] + line;
+          total[r][g][b] = total[r - 1][g][b] + area[b];
+        }
+      }
+    }
   }
-
-  CellStats const& cell(int r, int g, int b) const { return cells_[(r * 32 + g) * 32 + b]; }
 
   // Exact statistics of a box, by visiting every cell in it.
   CellStats stats(Box const& x) const {
@@ -51,7 +67,7 @@ class Histogram {
     for (int r = x.lo[0]; r < x.hi[0]; ++r)
       for (int g = x.lo[1]; g < x.hi[1]; ++g)
         for (int b = x.lo[2]; b < x.hi[2]; ++b) {
-          CellStats const& c = cell(r, g, b);
+          CellStats const& c = cells[(r * 32 + g) * 32 + b];
           s.count += c.count, s.red += c.red, s.green += c.green, s.blue += c.blue;
         }
     return s;
@@ -59,37 +75,11 @@ class Histogram {
 
   // The box's square sum as the single-precision running totals give it.
   float floatSquares(Box const& x) const {
-    auto T = [&](int r, int g, int b) { return total_[r][g][b]; };
+    auto T = [&](int r, int g, int b) { return total[r][g][b]; };
     int r0 = x.lo[0], r1 = x.hi[0], g0 = x.lo[1], g1 = x.hi[1], b0 = x.lo[2], b1 = x.hi[2];
     return T(r1, g1, b1) - T(r1, g1, b0) - T(r1, g0, b1) + T(r1, g0, b0) - T(r0, g1, b1) + T(r0, g1, b0) +
            T(r0, g0, b1) - T(r0, g0, b0);
   }
-
-  // The running float total over r' <= r, g' <= g, b' <= b, 1-based.
-  float floatTotal(int r, int g, int b) const { return total_[r][g][b]; }
-
- private:
-  // total_[r][g][b] over 1-based coordinates (0 is the empty border): the
-  // float sum of all cells r' <= r, g' <= g, b' <= b, built layer by layer
-  // from running totals along blue and then over green.
-  void buildFloatTotals() {
-    total_.assign(33, std::vector<std::vector<float>>(33, std::vector<float>(33, 0.0f)));
-    for (int r = 1; r <= 32; ++r) {
-      std::vector<float> area(33, 0.0f);
-      for (int g = 1; g <= 32; ++g) {
-        float line = 0.0f;
-        for (int b = 1; b <= 32; ++b) {
-          line = line + floatCells_[((r - 1) * 32 + (g - 1)) * 32 + (b - 1)];
-          area[b] = area[b] + line;
-          total_[r][g][b] = total_[r - 1][g][b] + area[b];
-        }
-      }
-    }
-  }
-
-  std::vector<CellStats> cells_;
-  std::vector<float> floatCells_;
-  std::vector<std::vector<std::vector<float>>> total_;
 };
 
 inline float squaredMeans(std::int64_t r, std::int64_t g, std::int64_t b, std::int64_t w) {

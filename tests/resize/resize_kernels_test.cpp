@@ -1,22 +1,22 @@
 // The resampling kernels: the stored value of every integer type at the
 // rounding and saturation edges (exact halves, which random data never
 // hits), the plain reference on random data of every type, with and without
-// taps, real and complex, and row work items that write only their own
-// columns.
+// taps, real and complex (and the result's shape, class and complexity),
+// and row work items that write only their own columns.
 
 #include <algorithm>
 #include <random>
 #include <tuple>
 
+#include "builtin_args.hpp"
 #include "reference/resize_reference.hpp"
 #include "resize/resize.hpp"
-#include "resize_support.hpp"
 
 namespace {
 
 using qztest::HostTest;
-using resizetest::resizeCall;
-using resizetest::sameValue;
+using qztest::resizeCall;
+using qztest::sameValue;
 
 using ResizeValueTest = HostTest;
 
@@ -48,19 +48,25 @@ TEST_F(ResizeValueTest, IntegerTypesRoundAndSaturateTheSum) {
 
 // Random images and weights, and valid 1-based positions, a third with a
 // fraction the gateway truncates: every stored value must be the
-// reference's (any NaN for a NaN).
+// reference's (any NaN for a NaN), in an array of the image's class,
+// complexity and planes, the resized dimension len long.
 template <class E>
 void compareWithReference(std::mt19937_64& rng, std::size_t m, std::size_t n, std::size_t p, std::size_t taps,
                           std::size_t len, int dim, bool complex) {
-  auto const src = resizetest::randomSamples<E>(rng, m * n * p * (complex ? 2 : 1));
-  auto const w = resizetest::randomWeights(rng, taps * len);
+  auto const src = qztest::randomSamples<E>(rng, m * n * p * (complex ? 2 : 1));
+  auto const w = qztest::randomWeights(rng, taps * len);
   std::vector<double> x(taps * len);
   for (std::size_t e = 0; e < x.size(); ++e)
     x[e] = static_cast<double>(1 + rng() % (dim == 1 ? m : n)) + (e % 3 == 0 ? rng() % 999 / 1000.0 : 0.0);
   auto a = qztest::makeFrom<E>({m, n, p}, src, complex);
-  auto got = qztest::valuesOf<E>(resizeCall(a.get(), w, x, taps, len, dim).get());
+  auto const out = resizeCall(a.get(), w, x, taps, len, dim);
+  auto const got = qztest::valuesOf<E>(out.get());
   auto const want = qzref::resize<E>(src, m, n, p, complex, w, x, taps, len, dim);
-  EXPECT_TRUE(got.size() == want.size() && std::equal(got.begin(), got.end(), want.begin(), sameValue<E>))
+  std::vector<std::size_t> dims = {dim == 1 ? len : m, dim == 1 ? n : len};
+  if (p > 1) dims.push_back(p);
+  EXPECT_TRUE(qzhost::dimsOf(out.get()) == dims && ndGetClassID(out.get()) == ndClassOf<E>::value &&
+              ndIsComplex(out.get()) == complex && got.size() == want.size() &&
+              std::equal(got.begin(), got.end(), want.begin(), sameValue<E>))
       << "class " << ndClassOf<E>::value << " " << m << "x" << n << "x" << p << " taps " << taps << " len " << len
       << " dim " << dim << " complex " << complex;
 }

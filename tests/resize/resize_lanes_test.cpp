@@ -14,8 +14,8 @@
 #include <tuple>
 #include <vector>
 
+#include "builtin_args.hpp"
 #include "reference/resize_reference.hpp"
-#include "resize_support.hpp"
 #include "targets.hpp"
 
 namespace {
@@ -39,7 +39,7 @@ E plain(E const* src, double const* w, std::size_t const* o, std::size_t scale, 
 template <class E, class In, class Want>
 void expectOnly(std::vector<E> const& out, In inside, Want want) {
   for (std::size_t e = 0; e < out.size(); ++e)
-    ASSERT_TRUE(resizetest::sameValue(out[e], inside(e) ? want(e) : E(77))) << "element " << e;
+    ASSERT_TRUE(qztest::sameValue(out[e], inside(e) ? want(e) : E(77))) << "element " << e;
 }
 
 // No taps, one, an odd count, bicubic's four (the common enlargement, which
@@ -57,8 +57,8 @@ void checkType() {
           for (std::size_t start : {0, 1, 5}) {
             SCOPED_TRACE(testing::Message() << "column: scale " << scale << " rows " << rows << " taps " << taps);
             std::size_t const m = start + rows, cols = 9;
-            auto const src = resizetest::randomSamples<E>(rng, scale * m * cols);
-            auto const w = resizetest::randomWeights(rng, taps);
+            auto const src = qztest::randomSamples<E>(rng, scale * m * cols);
+            auto const w = qztest::randomWeights(rng, taps);
             auto const o = offsets(rng, taps, cols, m);
             std::vector<E> out(scale * rows + 2, E(77));
             qz::resizeRowColumn<E>(src.data(), scale * start, w.data(), o.data(), scale, taps, out.data() + 1,
@@ -77,12 +77,11 @@ void checkType() {
     for (auto [m, len, near] : {Shape{5, 7, 0}, {12, 8, 0}, {40, 17, 0}, {3000, 9, 0}, {12, 30, 4}, {8, 21, 4},
                                 {40, 100, 10}})
       for (std::size_t taps : kTaps)
-        for (Range run : {Range{0, 21}, {3, 14}, {5, 5}, {1, 2}}) {
-          std::size_t const first = run.first, last = run.second;
+        for (auto [first, last] : {Range{0, 21}, {3, 14}, {5, 5}, {1, 2}}) {
           SCOPED_TRACE(testing::Message()
                        << "items: rows " << m << " len " << len << " taps " << taps << " from " << first);
-          auto const src = resizetest::randomSamples<E>(rng, m * 21);
-          auto const w = resizetest::randomWeights(rng, taps * len);
+          auto const src = qztest::randomSamples<E>(rng, m * 21);
+          auto const w = qztest::randomWeights(rng, taps * len);
           auto o = offsets(rng, taps * len, m, 1);
           for (std::size_t e = 0; near && e < o.size(); ++e) o[e] = std::min(m - 1, e / taps * m / len + rng() % near);
           std::vector<E> dst(len * 21, E(77));
@@ -99,13 +98,12 @@ void checkType() {
     for (std::size_t m : {1, 2, 3, 7})
       for (auto [srcCols, near] : {std::pair<std::size_t, bool>{5, false}, {3000, false}, {9, true}})
         for (std::size_t taps : {0, 1, 3, 4, 8, 17, 40})
-          for (Range run : {Range{0, 17}, {3, 12}, {8, 8}, {1, 2}}) {
-            std::size_t const first = run.first, last = run.second;
+          for (auto [first, last] : {Range{0, 17}, {3, 12}, {8, 8}, {1, 2}}) {
             SCOPED_TRACE(testing::Message()
                          << "narrow: rows " << m << " columns " << srcCols << " taps " << taps << " from " << first);
             std::size_t const planes = 13, len = 17;  // tiles of eight and of four planes, and one more
-            auto const src = resizetest::randomSamples<E>(rng, m * srcCols * planes);
-            auto const w = resizetest::randomWeights(rng, taps * len);
+            auto const src = qztest::randomSamples<E>(rng, m * srcCols * planes);
+            auto const w = qztest::randomWeights(rng, taps * len);
             auto o = offsets(rng, taps * len, srcCols, m);
             for (std::size_t e = 0; near && e < o.size(); ++e)
               o[e] = std::min(srcCols - 1, e / taps * srcCols / len + rng() % 3) * m;

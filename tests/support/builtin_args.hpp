@@ -1,12 +1,17 @@
 #pragma once
-// Building the inputs of whole built-in calls in the suites that call all
-// six: argument lists, random arrays and imresize's filter tables.
+// Building the inputs of whole built-in calls: argument lists, random
+// arrays, imresize's arguments and the random samples and weights of the
+// imresize suites.
 
+#include <cmath>
+#include <limits>
 #include <random>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "filters.hpp"
+#include "qzimages/qzimages.hpp"
 #include "qztest.hpp"
 
 namespace qztest {
@@ -40,6 +45,43 @@ inline std::vector<ArrayPtr> resizeArgs(ArrayPtr image, std::size_t inLength, st
                                  qzfilters::Method::Bicubic, true);
   return args(std::move(image), makeFrom<double>({f.taps, f.outLength}, f.weights),
               makeFrom<double>({f.taps, f.outLength}, f.indices), scalar(dim));
+}
+
+// Calls imresize on (a, taps-by-len weights w, indices x, dimension dim).
+inline ArrayPtr resizeCall(ndArray_tag const* a, std::vector<double> const& w, std::vector<double> const& x,
+                           std::size_t taps, std::size_t len, double dim) {
+  auto in = args(makeFrom<double>({taps, len}, w), makeFrom<double>({taps, len}, x), scalar(dim));
+  return std::move(call(pximages::_imresize, 1, {a, in[0].get(), in[1].get(), in[2].get()}, 1)[0]);
+}
+
+// Equal as stored values: NaN matches any NaN, zeros must agree in sign.
+template <class T>
+bool sameValue(T a, T b) {
+  if constexpr (std::is_floating_point_v<T>)
+    return std::isnan(a) || std::isnan(b) ? std::isnan(a) && std::isnan(b)
+                                          : a == b && std::signbit(a) == std::signbit(b);
+  return a == b;
+}
+
+// Random samples, a quarter (an eighth when floating) at the type's
+// extremes, and weights around 1 with now and then NaN, an infinity, a
+// negative zero or a value that takes any sum far past every type's range.
+template <class E>
+std::vector<E> randomSamples(std::mt19937_64& rng, std::size_t n) {
+  using L = std::numeric_limits<E>;
+  std::vector<E> v(n);
+  for (auto& x : v)
+    x = rng() % (std::is_floating_point_v<E> ? 8 : 4) == 0 ? (rng() % 2 ? L::lowest() : L::max())
+        : std::is_floating_point_v<E> ? static_cast<E>(std::uniform_real_distribution<double>(-300, 300)(rng))
+                                      : static_cast<E>(rng());
+  return v;
+}
+
+inline std::vector<double> randomWeights(std::mt19937_64& rng, std::size_t n) {
+  double const special[] = {kNaN, kInf, -kInf, 1e300, -1e300, -0.0, 1e9, -1e9};
+  std::vector<double> w(n);
+  for (auto& x : w) x = rng() % 16 == 0 ? special[rng() % 8] : std::uniform_real_distribution<double>(-0.75, 1.5)(rng);
+  return w;
 }
 
 }  // namespace qztest

@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <initializer_list>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -16,28 +17,25 @@ namespace qztest {
 
 using qzhost::ArrayPtr;
 
+inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kInf = std::numeric_limits<double>::infinity();
+
 // A real (or complex, with interleaved values) array of T's class holding
-// `values` in column-major order.
+// `values` in column-major order, its dimensions held in the given form (a
+// lazy array's are completed only by the code under test).
 template <class T>
 ArrayPtr makeFrom(std::vector<std::size_t> dims, std::vector<T> const& values, bool complex = false,
                   qzhost::DimForm form = qzhost::DimForm::Full) {
-  ArrayPtr a = qzhost::makeArray(ndClassOf<T>::value, std::move(dims), complex, form);
-  a->complete_opaque_dimensions();
-  std::size_t n = ndGetNumberOfElements(a.get()) * (complex ? 2 : 1);
+  std::size_t n = complex ? 2 : 1;
+  for (auto d : dims) n *= d;
   EXPECT_EQ(values.size(), n) << "test data does not match the array size";
+  ArrayPtr a = qzhost::makeArray(ndClassOf<T>::value, std::move(dims), complex, form);
   if (n && values.size() == n) std::memcpy(ndGetData(a.get()), values.data(), n * sizeof(T));
   return a;
 }
 
-// The same, for a lazily held array: its dimensions are completed only by
-// the code under test.
 template <class T>
 ArrayPtr makeLazyFrom(std::vector<std::size_t> dims, std::vector<T> const& values) {
-  std::size_t n = 1;
-  for (auto d : dims) n *= d;
-  ArrayPtr a = qzhost::makeArray(ndClassOf<T>::value, dims, false, qzhost::DimForm::Lazy);
-  if (n) std::memcpy(ndGetData(a.get()), values.data(), n * sizeof(T));
-  return a;
+  return makeFrom(std::move(dims), values, false, qzhost::DimForm::Lazy);
 }
 
 template <class T>
@@ -49,8 +47,12 @@ std::vector<T> valuesOf(ndArray_tag const* a) {
 
 // Calls a gateway through the host's call path with `slots` empty output
 // slots and returns them.
-std::vector<ArrayPtr> call(qzhost::Gateway fn, int numOutputs, std::vector<ndArray_tag const*> inputs,
-                           std::size_t slots = 2);
+inline std::vector<ArrayPtr> call(qzhost::Gateway fn, int numOutputs, std::vector<ndArray_tag const*> inputs,
+                                  std::size_t slots = 2) {
+  std::vector<ArrayPtr> out(slots);
+  qzhost::call(fn, numOutputs, out.data(), static_cast<int>(inputs.size()), inputs.data());
+  return out;
+}
 
 // The identifier of the host error the statement raised, or "" if none.
 template <class F>
@@ -67,11 +69,15 @@ std::string errorOf(F&& f) {
 // misuse behind.
 class HostTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  void TearDown() override {
+    EXPECT_EQ(qzhost::liveBlocks(), blocks_) << "scratch blocks left alive";
+    EXPECT_EQ(qzhost::liveArrays(), arrays_) << "arrays left alive";
+    EXPECT_EQ(qzhost::contractViolations(), violations_) << "array interface misused";
+  }
 
  private:
-  std::size_t blocks_ = 0, arrays_ = 0, violations_ = 0;
+  std::size_t blocks_ = qzhost::liveBlocks(), arrays_ = qzhost::liveArrays(),
+              violations_ = qzhost::contractViolations();
 };
 
 }  // namespace qztest

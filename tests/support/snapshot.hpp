@@ -4,24 +4,17 @@
 // compared byte for byte after the arrays themselves are gone.
 
 #include <cstring>
-#include <string>
+#include <tuple>
 #include <vector>
 
-#include "qzhost/runtime.hpp"
+#include "qztest.hpp"
 
 namespace qztest {
 
 struct ArraySnapshot {
-  bool present = false;
-  ndClassID cls = 0;
-  bool complex = false;
-  std::vector<std::size_t> dims;
+  std::tuple<bool, ndClassID, bool, std::vector<std::size_t>> shape;  // present, class, complex, dimensions
   std::vector<unsigned char> bytes;
-
-  bool sameShape(ArraySnapshot const& o) const {
-    return present == o.present && cls == o.cls && complex == o.complex && dims == o.dims;
-  }
-  bool operator==(ArraySnapshot const& o) const { return sameShape(o) && bytes == o.bytes; }
+  bool operator==(ArraySnapshot const& o) const { return shape == o.shape && bytes == o.bytes; }
 };
 
 // Bytes of element data the array's class, complexity and dimensions call
@@ -33,24 +26,21 @@ inline std::size_t dataBytesOf(ndArray_tag const* a) {
 // Reads every byte the array claims to hold, so a buffer shorter than its
 // dimensions is caught by the sanitizers.
 inline ArraySnapshot snapshotOf(ndArray_tag const* a) {
-  ArraySnapshot s;
-  if (!a) return s;
+  if (!a) return {};
   a->complete_opaque_dimensions();
-  s.present = true;
-  s.cls = ndGetClassID(a);
-  s.complex = ndIsComplex(a);
-  s.dims = qzhost::dimsOf(a);
+  ArraySnapshot s{{true, ndGetClassID(a), ndIsComplex(a), qzhost::dimsOf(a)}, {}};
   s.bytes.resize(dataBytesOf(a));
   if (!s.bytes.empty()) std::memcpy(s.bytes.data(), ndGetData(a), s.bytes.size());
   return s;
 }
 
-// "uint8 4x3", "complex double 2x5x3" or "empty slot", for failure messages.
-inline std::string describe(ArraySnapshot const& s) {
-  if (!s.present) return "empty slot";
-  std::string text = std::string(s.complex ? "complex " : "") + qzhost::className(s.cls) + " ";
-  for (std::size_t k = 0; k < s.dims.size(); ++k) text += (k ? "x" : "") + std::to_string(s.dims[k]);
-  return text;
+// The outputs of one call of fn, every slot.
+inline std::vector<ArraySnapshot> snapshotsOfCall(qzhost::Gateway fn, int outs, std::vector<ArrayPtr> const& inputs) {
+  std::vector<ndArray_tag const*> in;
+  for (auto const& a : inputs) in.push_back(a.get());
+  std::vector<ArraySnapshot> s;
+  for (auto const& a : call(fn, outs, in)) s.push_back(snapshotOf(a.get()));
+  return s;
 }
 
 }  // namespace qztest
