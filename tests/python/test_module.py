@@ -108,9 +108,7 @@ def test_interleaved_resize_reads_in_place_and_equals_the_column_major_path(dtyp
     img = image(shape, dtype)
     # Shrinking and enlarging both sides, and each side more than the other.
     for request in [dict(scale=0.5), dict(scale=2), dict(size=(11, 50)), dict(size=(60, 5))]:
-        if min(shape[:2]) * request.get("scale", 1) < 1:
-            with pytest.raises(ValueError, match="shorter than 1 pixel"):
-                q.resize(img, **request)
+        if min(shape[:2]) * request.get("scale", 1) < 1:  # refused, as the limits test shows
             continue
         before, c_out = copies(), q.resize(img, **request)
         assert copies() == before and c_out.flags.c_contiguous and host_memory(c_out)
@@ -133,29 +131,27 @@ img8, ID = np.zeros((4, 4, 3), np.uint8), "ORRERY:images:"
 
 
 @pytest.mark.parametrize("call,error,text", [
-    (lambda: q.rgb2gray("abc"), TypeError, "unsupported dtype"), (lambda: q.rgb2hsv(img8.astype(np.float16)), TypeError, "float16"),
+    (lambda: q.rgb2hsv(img8.astype(np.float16)), TypeError, "unsupported dtype float16"),
     (lambda: q.rgb2gray(np.zeros((4, 4, 4))), ValueError, "H x W x 3"), (lambda: q.rgb2gray(img8 > 0), TypeError, "bool"),
-    (lambda: q.rgb2hsv(img8 * 1j), TypeError, "real"), (lambda: q.resize(img8, scale=0.5, size=(2, 2)), TypeError, "exactly one of"),
+    (lambda: q.cq(img8[..., 0], 4), ValueError, "cq: expected an H x W x 3 image, got shape (4, 4)"),
+    # rgb2hsv returns zeros for the classes it does not convert.
+    (lambda: q.rgb2hsv(img8.astype("i4")), TypeError, "rgb2hsv: the image must be float64, float32, uint8 or uint16, not int32"),
     (lambda: q.cq(img8, "16"), TypeError, "real number"), (lambda: q.cq(img8, np.ones(2)), TypeError, "single number"),
+    (lambda: q.cq(img8, float("nan")), ValueError, "cq: the number of colours must be an integer from 1 to 65536, not nan"),
     (lambda: q.resize(img8), TypeError, "exactly one of scale and size"), (lambda: q.resize(img8, size=5), TypeError, "pair"),
-    (lambda: q.resize(img8, scale=-1), ValueError, "resize: the scale must be a positive finite number, not -1"),
-    (lambda: q.resize(img8, scale=float("inf")), ValueError, "positive finite number, not inf"),
+    (lambda: q.resize(img8, scale=float("inf")), ValueError, "resize: the scale must be a positive finite number, not inf"),
     (lambda: q.resize(img8, size=(2.5, 3)), TypeError, "two integers"), (lambda: q.resize(img8 * 1j, scale=2), TypeError, "real"),
     (lambda: q.resize(img8, scale=2, method="cubic"), ValueError, "unknown method"),
-    (lambda: q.resize(np.zeros((0, 4)), scale=2), ValueError, "empty"),
+    (lambda: q.resize(np.zeros((0, 4)), scale=2), ValueError, "empty"), (lambda: q.rgb2hsv(img8 * 1j), TypeError, "real"),
     (lambda: q.resize(np.zeros((4, 4, 2)), scale=2), ValueError, "H x W"),
     (lambda: q.call("blur", img8), ValueError, "unknown built-in"), (lambda: q.call("cq", img8, 2.0, nargout=-1), ValueError, "nargout"),
-    (lambda: q.cq(img8[..., 0], 4), ValueError, "cq: expected an H x W x 3 image, got shape (4, 4)"),
     # 2.2 million bicubic taps for each of the two outputs.
     (lambda: q.resize(np.zeros((1, 1_100_000), np.uint8), size=(1, 2)), ValueError, "4194304 weights in all; resize in steps"),
     # Indices of another class are the built-in's to refuse, not read as doubles.
     (lambda: q.imresize(img8, np.ones((1, 4)), np.ones((1, 4), np.float32), 1.0), q.Error, ID + "resizeDim:badIndices"),
-    # A built-in's own refusal: qzimages.Error, a ValueError with the identifier.
-    (lambda: q.call("cq", img8, 70000.0), q.Error, ID + "cq:tooManyColors"), (lambda: q.cq(img8.astype("u2"), 4), q.Error, ID + "cq:"),
+    # A built-in's own refusal, from a named function or the generic call: qzimages.Error, a ValueError with the identifier.
+    (lambda: q.cq(img8.astype("u2"), 4), q.Error, ID + "cq:"), (lambda: q.call("imresize", img8), q.Error, ID + "resizeDim:notThreeArgs"),
     (lambda: q.ind2rgb8(np.ones((2, 2)), np.ones((2, 4))), q.Error, ID + "ind2rgb8:invalidMapSize"),
-    (lambda: q.quantize(img8 / 1.0, 4, dither=True), q.Error, ID + "cq:"),
-    (lambda: q.grayto8(img8[..., 0].astype("i1")), q.Error, ID + "grayto8:"),
-    (lambda: q.call("imresize", img8), q.Error, ID + "resizeDim:notThreeArgs"),
 ])
 def test_bad_arguments_raise_type_or_value_errors_and_built_in_refusals_qzimages_error(call, error, text):
     with pytest.raises(error) as info:
@@ -175,16 +171,9 @@ def test_complex_grayto8_warns_through_the_warnings_module():
         q.grayto8(np.array([[0.5 + 2j]]))
 
 
-def test_what_the_built_ins_would_get_wrong_is_refused_and_the_limits_themselves_accepted():
+def test_nearest_and_the_limits_themselves_are_accepted():
     img = image((12, 10), "f8")  # nearest at scale 2: one tap per output, every sample twice
     np.testing.assert_array_equal(q.resize(img, scale=2, method="nearest"), img.repeat(2, 0).repeat(2, 1))
-    for dtype in ["i1", "i2", "i4", "i8", "u4", "u8", "?"]:  # rgb2hsv returns zeros for these
-        with pytest.raises(TypeError, match="rgb2hsv: .*(float64, float32, uint8 or uint16|bool)"):
-            q.rgb2hsv(np.zeros((2, 2, 3), dtype))
-    for k in [float("inf"), float("nan"), 1e20, 2.5, 0, -1, 65537, np.float64(0.5)]:
-        with pytest.raises(ValueError, match="cq: the number of colours must be an integer from 1 to 65536") as info:
-            q.cq(img8, k)
-        assert not isinstance(info.value, q.Error)
     assert [q.cq(img8, k)[0].shape for k in (1, 65536, 16.0, np.int32(3))] == [(1, 3)] * 4
     for shape, request, want in [((4, 4), dict(scale=0.25), (1, 1)), ((65536, 1), dict(scale=1.0), (65536, 1)),
                                  ((1, 65536), dict(scale=1.0), (1, 65536)), ((1, 1), dict(size=(65536, 1)), (65536, 1)),
@@ -193,8 +182,8 @@ def test_what_the_built_ins_would_get_wrong_is_refused_and_the_limits_themselves
 
 
 @pytest.mark.parametrize("request_,option,reason", [
+    (dict(scale=-1), ["--scale", "-1"], "the scale must be a positive finite number, not -1"),
     (dict(scale=1e-8), ["--scale", "1e-8"], "scale 1e-08 makes the 300-pixel side 3e-06 pixels long, shorter than 1 pixel"),
-    (dict(scale=1e300), ["--scale", "1e300"], "more than the limit of 65536 pixels a side"),
     (dict(scale=222), ["--scale", "222"], "scale 222 makes the 300-pixel side 66600 pixels long, more than the limit of 65536"),
     (dict(size=(100000, 10)), ["--size", "100000x10"], "the output of 100000x10 pixels is more than the limit of 65536 pixels a"),
     (dict(size=(10, 100000)), ["--size", "10x100000"], "more than the limit of 65536 pixels a side"),
