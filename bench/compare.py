@@ -52,8 +52,8 @@ except ImportError:
 
 def median_times(fns, repeat):
     """{name: median seconds} of each callable, timed in rounds that take
-    every tool once, so that a slow spell of the shared machine falls on all
-    of them alike rather than on whichever ran then."""
+    each of them once, so that a slow spell of the shared machine falls on
+    all of them alike rather than on whichever ran then."""
     for fn in fns.values():
         fn()  # warm caches, thread pools and lazy tables
     times = {name: [] for name in fns}
@@ -96,18 +96,20 @@ class Table:
         others = {name: fn for name, fn in others.items() if fn is not None}
         unlike = {name: fn for name, fn in (unlike or {}).items() if fn is not None}
         variants = variants or {}
-        # Our own calls are keyed apart so that no tool's name can collide with them.
-        t = median_times({**{("ours", op): ours}, **{("ours", k): v[0] for k, v in variants.items()},
-                          **{("other", k): v for k, v in others.items()},
-                          **{("unlike", k): v for k, v in unlike.items()}}, self.repeat)
-        timed = {name: t[("other", name)] for name in others}
-        apart = {name: t[("unlike", name)] for name in unlike}
+        # Our own calls share their rounds, so that their ratio is not at the
+        # mercy of a slow spell; every other tool is timed in a block of its
+        # own, since a call right after one of another library can pay for
+        # that library's leftovers (spinning worker threads, memory it keeps
+        # and the system must find elsewhere).
+        t = median_times({op: ours, **{k: v[0] for k, v in variants.items()}}, self.repeat)
+        timed = {name: median_time(fn, self.repeat) for name, fn in others.items()}
+        apart = {name: median_time(fn, self.repeat) for name, fn in unlike.items()}
         if apart:
             note = "; ".join([note] * bool(note) + [f"{k} {v * 1e3:.2f} ms" for k, v in apart.items()])
         best = min(timed, key=timed.get) if timed else None
         t_copy = copy_time(moved_bytes, self.repeat)
         for name, row_note, row_goal in [(op, note, goal)] + [(k, v[1], None) for k, v in variants.items()]:
-            t_ours = t[("ours", name)]
+            t_ours = t[name]
             row = {
                 "operation": name,
                 "ours_ms": t_ours * 1e3,
@@ -434,7 +436,7 @@ def main():
     x = Inputs(img)
     print(f"qzimages from {os.path.dirname(os.path.abspath(qz.__file__))}")
     print(
-        f"{x.w}x{x.h} RGB ({x.pixels / 1e6:.1f} MP), median of {args.repeat} rounds, each timing every tool once; "
+        f"{x.w}x{x.h} RGB ({x.pixels / 1e6:.1f} MP), median of {args.repeat} runs; "
         f"{os.cpu_count()} cores, {platform.processor() or platform.machine()}, Python {platform.python_version()}, "
         f"NumPy {np.__version__}, OpenCV {cv2.__version__ if cv2 else 'absent'}, "
         f"Pillow {Image.__version__}, scikit-image {skimage.__version__ if skimage else 'absent'}\n"
