@@ -201,6 +201,14 @@ void expectSameAsReference(std::vector<std::uint8_t> const& planar, std::size_t 
   EXPECT_EQ(got.map, want.colors) << m << "x" << n << " K=" << K;
   EXPECT_EQ(got.index, want.labels) << m << "x" << n << " K=" << K;
   EXPECT_EQ(got.indexClass, want.colors.size() > 256 ? ndclass::UInt16 : ndclass::UInt8);
+  // The quantiser on its own relabels its 16-bit buffer in place.
+  std::size_t const p = m * n;
+  std::vector<std::uint8_t> r(K), g(K), b(K);
+  std::vector<std::uint16_t> labels(p);
+  std::uint8_t const* red = planar.data();
+  EXPECT_EQ(qz::quantizeColors(red, red + p, red + 2 * p, p, r.data(), g.data(), b.data(), K, labels.data(), true),
+            want.colors.size());
+  EXPECT_EQ(labels, want.labels);
 }
 
 // Below 2^23 in total every float square sum is an exact integer, so the run
