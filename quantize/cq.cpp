@@ -94,6 +94,7 @@ void _cq(int numOutputs, OutputSlot* outputs, int numInputs, ndArray_tag const**
   // Every label fits in a byte: hand back the narrow class.
   matrix::detail::ArrayHandle narrow =
       matrix::detail::do_create_uninitnumeric({dims, dims + 2}, ndclass::UInt8, ndREAL);
+  // Byte labels from a byte table: half the table the pass looks up in.
   ScratchArray<std::uint8_t> byteLabel(cells, ScratchFill::Uninitialised);
   for (std::size_t c = 0; c < cells; ++c) byteLabel[c] = static_cast<std::uint8_t>(cellLabel[c]);
   qz::relabelPixels(labels, pixels, byteLabel.get(), static_cast<std::uint8_t*>(ndGetData(narrow.get())));

@@ -137,9 +137,11 @@ void AddPixelsToCells(std::uint16_t const* HWY_RESTRICT codes, std::uint8_t cons
 #endif
       hn::StoreU(running, df, reinterpret_cast<float*>(squareBytes + at));
       // The four sums stay below 2^32 between flushes, so 32-bit lanes add
-      // them as the packed words would.  A cell's sums are four times as
-      // wide as its square sum.
-      auto* cellSums = reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(table) + std::size_t{at} * 4);
+      // them as the packed words would.  The offset is scaled from the
+      // square-sum table's entries to the sums'.
+      constexpr std::size_t kWider = sizeof(PackedSums) / sizeof(float);
+      static_assert(kWider * sizeof(float) == sizeof(PackedSums));
+      auto* cellSums = reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(table) + std::size_t{at} * kWider);
       auto const pixel = hn::PromoteTo(dw, hn::LoadU(db, reinterpret_cast<std::uint8_t const*>(channels + q)));
       hn::StoreU(hn::Add(hn::LoadU(dw, cellSums), pixel), dw, cellSums);
     };
