@@ -8,7 +8,6 @@ packages=(
   libtbb-dev                       # oneTBB: the parallel loops of the kernels
   libhwy-dev                       # Highway: the vector kernels, dispatched by instruction set at run time
   libgtest-dev libgmock-dev        # GoogleTest: the unit suite
-  libpng-dev                       # PNG decoding of the sample photos in tests
   libspng-dev                      # PNG reading and writing in the command-line host
   libjpeg62-turbo-dev              # JPEG reading in the command-line host
   libtiff-dev                      # TIFF reading and writing in the command-line host
