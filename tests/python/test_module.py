@@ -64,7 +64,7 @@ def test_results_outlive_their_inputs_and_other_built_ins_take_f_order_without_a
     assert q.grayto8(np.zeros(5)).shape == (1, 5)  # a vector is one row, as on the command line
 
 
-def test_each_built_in_gives_what_the_command_line_host_gives(qz_cli, tmp_path):
+def test_each_built_in_gives_what_the_command_line_host_gives(qz, tmp_path):
     w, x = rng.uniform(-0.3, 1.0, (4, 11)), rng.integers(1, 24, (4, 11)).astype(np.float64)
     cint = np.rec.fromarrays([image((3, 23), "i2"), image((3, 23), "i2")], names="re,im").view(np.ndarray)
     calls = [("rgb2gray", [image((9, 8, 3), "i2")], 1), ("rgb2hsv", [image((9, 8, 3), "u2")], 1),
@@ -76,7 +76,7 @@ def test_each_built_in_gives_what_the_command_line_host_gives(qz_cli, tmp_path):
     for n, (name, arrays, nargout) in enumerate(calls):
         files = [tmp_path / f"{n}_{i}.npy" for i in range(len(arrays))]
         [np.save(f, a, allow_pickle=False) for f, a in zip(files, arrays)]
-        assert qz_cli("call", name, "-n", nargout, "-o", tmp_path / str(n), *files).returncode == 0
+        qz("call", name, "-n", nargout, "-o", tmp_path / str(n), *files, check=0)
         got = q.call(name, *arrays, nargout=nargout)
         for k, g in enumerate(got if nargout == 2 else [got]):
             want = np.load(tmp_path / str(n) / f"out{k}.npy")
@@ -85,7 +85,7 @@ def test_each_built_in_gives_what_the_command_line_host_gives(qz_cli, tmp_path):
     for shape in [(31, 45, 3), (40, 1)]:  # resize of a PNG's rows in the decoder's pixel order
         Image.fromarray(img := image(shape, "u1")).save(tmp_path / "in.png")
         for args, request in ((["--scale", "2"], dict(scale=2)), (["--size", "7x90"], dict(size=(7, 90)))):
-            assert qz_cli("resize", tmp_path / "in.png", *args, "-o", tmp_path / "out.png").returncode == 0
+            qz("resize", tmp_path / "in.png", *args, "-o", tmp_path / "out.png", check=0)
             np.testing.assert_array_equal(np.asarray(Image.open(tmp_path / "out.png")), q.resize(np.asfortranarray(img), **request))
 
 
@@ -190,12 +190,12 @@ def test_nearest_and_the_limits_themselves_are_accepted():
     (dict(size=(9000, 9000)), ["--size", "9000x9000"], "more than the limit of 67108864 pixels in all"),
     (dict(size=(1, 0)), ["--size", "1x0"], "at least 1x1, not 1x0"),
 ])
-def test_resize_limits_are_those_of_the_command_line_host(qz_cli, tmp_path, photo, request_, option, reason):
+def test_resize_limits_are_those_of_the_command_line_host(qz, tmp_path, photo, request_, option, reason):
     with pytest.raises(ValueError, match=reason) as info:
         q.resize(photo, **request_)
     Image.fromarray(photo).save(tmp_path / "in.png")
-    p = qz_cli("resize", tmp_path / "in.png", *option, "-o", tmp_path / "o.png")
-    assert p.returncode == 2 and str(info.value) == "resize: " + p.stderr.removeprefix("error: ").strip()
+    p = qz("resize", tmp_path / "in.png", *option, "-o", tmp_path / "o.png", check=2)
+    assert str(info.value) == "resize: " + p.stderr.removeprefix("error: ").strip()
     assert not (tmp_path / "o.png").exists()
 
 
