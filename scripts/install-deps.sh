@@ -14,6 +14,7 @@ packages=(
   libcli11-dev                     # command-line parsing
   pkg-config
   python3-pytest python3-numpy python3-pil   # end-to-end tests of the command-line host
+  python3-png python3-tifffile     # end-to-end tests: writing PNG and TIFF files of every layout the readers take
   python3-dev python3-pybind11     # the Python module (pybind11 and the interpreter's headers)
   python3-skbuild python3-setuptools python3-wheel python3-pip python3-venv
                                    # pip install . (scikit-build drives the CMake build) and its test

@@ -1,11 +1,13 @@
-"""The image readers and writers against files from minimal encoders here and Pillow; files refused before decoding."""
+"""The image readers and writers against files written by pypng, tifffile and Pillow; files refused before decoding."""
 
 import io
 import struct
 import zlib
 
 import numpy as np
+import png
 import pytest
+import tifffile
 from PIL import Image
 
 rng = np.random.default_rng(11)
@@ -19,33 +21,30 @@ def gray_of(rgb):  # 8-bit: the blue term and the half added first, as the kerne
     return np.floor(r + g + (b + 0.5)) if rgb.dtype == np.uint8 else np.floor((r + g) + b + 0.5)
 
 
-def chunk(kind, data):
-    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-
-
-def png_case(colour_type, depth, channels, trns=b""):
-    """A PNG of random samples and the gray image `gray` must make of it."""
-    s = rng.integers(0, 4 if trns and colour_type == 3 else 2**depth, (H, W, channels)).astype("u2")
-    bits = np.unpackbits(s.astype(">u2").reshape(H, -1, 1).view(np.uint8), axis=2)[..., 16 - depth :]
-    raw = b"".join(b"\0" + row.tobytes() for row in np.packbits(bits.reshape(H, -1), axis=1))
+def png_case(name, channels, depth, transparent=None):
+    """A PNG of random samples and the gray image `gray` must make of it; `transparent`: the gray or RGB value
+    shown as transparent, or the alpha of the first palette entries."""
+    palette = name.startswith("palette")
+    s = rng.integers(0, 4 if palette and transparent else 2**depth, (H, W, channels)).astype("u2")
     pal = rng.integers(0, 256, (2**depth, 3)).astype(np.uint8)
-    data = b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", W, H, depth, colour_type, 0, 0, 0))
-    data += (chunk(b"PLTE", pal.tobytes()) if colour_type == 3 else b"") + (chunk(b"tRNS", trns) if trns else b"")
-    data += chunk(b"IDAT", zlib.compress(raw)) + chunk(b"IEND", b"")
-    if colour_type in (0, 4):  # gray widened to 8 bits by replicating its bits
-        return data, s[..., 0] * (255 // (2**depth - 1)) if depth < 8 else s[..., 0], None
-    rgb = pal[s[..., 0]] if colour_type == 3 else s[..., :3].astype("u1" if depth == 8 else "u2")
-    return data, gray_of(rgb), rgb if colour_type == 3 else None
+    # Palette entries with an alpha make the tRNS chunk.
+    options = (dict(palette=[tuple(c) + tuple(transparent or ())[i : i + 1] for i, c in enumerate(pal.tolist())]) if palette
+               else dict(greyscale=channels < 3, alpha=channels in (2, 4), transparent=transparent))
+    png.Writer(W, H, bitdepth=depth, **options).write(f := io.BytesIO(), s.reshape(H, -1).tolist())
+    if not palette and channels < 3:  # gray widened to 8 bits by replicating its bits
+        return f.getvalue(), s[..., 0] * (255 // (2**depth - 1)) if depth < 8 else s[..., 0], None
+    rgb = pal[s[..., 0]] if palette else s[..., :3].astype("u1" if depth == 8 else "u2")
+    return f.getvalue(), gray_of(rgb), rgb if palette else None
 
 
-PNGS = {f"{kind}{d}": (t, d, c) for kind, t, c, depths in [("gray", 0, 1, (1, 2, 4, 8, 16)), ("palette", 3, 1, (1, 2, 4, 8)),
-        ("gray-alpha", 4, 2, (8, 16)), ("rgb", 2, 3, (8, 16)), ("rgba", 6, 4, (8, 16))] for d in depths}
-PNGS.update({"rgb8-trns": (2, 8, 3, struct.pack(">HHH", 1, 2, 3)), "palette8-trns": (3, 8, 1, b"\x00\x80")})
+PNGS = {f"{kind}{d}": (c, d) for kind, c, depths in [("gray", 1, (1, 2, 4, 8, 16)), ("palette", 1, (1, 2, 4, 8)),
+        ("gray-alpha", 2, (8, 16)), ("rgb", 3, (8, 16)), ("rgba", 4, (8, 16))] for d in depths}
+PNGS.update({"rgb8-trns": (3, 8, (1, 2, 3)), "palette8-trns": (1, 8, (0, 128))})
 
 
 @pytest.mark.parametrize("name", PNGS)
 def test_every_png_format_decodes_exactly(qz, tmp_path, name):
-    (tmp_path / "in.png").write_bytes((case := png_case(*PNGS[name]))[0])
+    (tmp_path / "in.png").write_bytes((case := png_case(name, *PNGS[name]))[0])
     p = qz("gray", tmp_path / "in.png", "-o", tmp_path / "out.png", check=0)
     assert ("alpha channel dropped" in p.stderr) == ("alpha" in name or "rgba" in name or "trns" in name)
     assert ((got := read(tmp_path / "out.png")).dtype != np.uint8) == (PNGS[name][1] == 16)  # 16 bits stay 16 bits
@@ -55,44 +54,25 @@ def test_every_png_format_decodes_exactly(qz, tmp_path, name):
         np.testing.assert_array_equal(read(tmp_path / "rgb.png"), case[2])
 
 
-def encode_tiff(a, fmt=1, photometric=None, planar=1, rows=7, tile=0, order="<", extra=0):
-    """a: H x W x C of its dtype's samples; fmt 1 unsigned, 2 signed, 3 float. Uncompressed."""
-    h, w, c = a.shape
-    planes = [p.astype(a.dtype.newbyteorder(order)) for p in ([a] if planar == 1 else np.split(a, c, axis=2))]
-    if tile:
-        planes = [np.pad(p, ((0, -h % tile), (0, -w % tile), (0, 0))) for p in planes]
-        chunks = [p[y:y + tile, x:x + tile].tobytes() for p in planes for y in range(0, h, tile) for x in range(0, w, tile)]
-        layout = [(322, 4, [tile]), (323, 4, [tile]), (324, 4, None), (325, 4, [len(ch) for ch in chunks])]
-    else:
-        chunks = [p[y:y + rows].tobytes() for p in planes for y in range(0, h, rows)]
-        layout = [(273, 4, None), (278, 4, [rows]), (279, 4, [len(ch) for ch in chunks])]
-    offsets = [8 + sum(len(ch) for ch in chunks[:i]) for i in range(len(chunks))]
-    photometric = (2 if c - extra >= 3 else 1) if photometric is None else photometric
-    entries = sorted(layout + [(256, 4, [w]), (257, 4, [h]), (258, 3, [a.itemsize * 8] * c), (259, 3, [1]),
-                               (262, 3, [photometric]), (277, 3, [c]), (284, 3, [planar]), (339, 3, [fmt] * c)]
-                     + ([(338, 3, [2] * extra)] if extra else []))
-    data = b"".join(chunks)
-    spill_at, ifd, spill = 8 + len(data) + 2 + 12 * len(entries) + 4, b"", b""
-    for tag, kind, values in entries:
-        packed = struct.pack(order + "HI"[kind - 3] * len(values or offsets), *(values or offsets))
-        ifd += struct.pack(order + "HHI", tag, kind, len(values or offsets))
-        ifd += packed.ljust(4, b"\0") if len(packed) <= 4 else struct.pack(order + "I", spill_at + len(spill))
-        spill += b"" if len(packed) <= 4 else packed
-    head = (b"II*\0" if order == "<" else b"MM\0*") + struct.pack(order + "I", 8 + len(data))
-    return head + data + struct.pack(order + "H", len(entries)) + ifd + b"\0\0\0\0" + spill
+def tiff(a, planarconfig="contig", **options):
+    """a: H x W x C of its dtype's samples, uncompressed, in strips of 7 rows unless tiled."""
+    a = np.moveaxis(a, -1, 0) if planarconfig == "separate" else a[..., 0] if a.shape[-1] == 1 else a
+    options.setdefault("photometric", "rgb" if a.ndim == 3 else "minisblack")
+    tifffile.imwrite(f := io.BytesIO(), a, planarconfig=planarconfig, rowsperstrip=7, compression=None, **options)
+    return f.getvalue()
 
 
 U8, U16 = (lambda c: rng.integers(0, 256, (H, W, c)).astype(np.uint8)), (lambda c: rng.integers(0, 65536, (H, W, c)).astype(np.uint16))
 F32 = lambda c: rng.random((H, W, c)).astype(np.float32)  # noqa: E731
 # name: samples, how they are written, what is read back (None: the samples)
 TIFFS = {
-    "gray8": (U8(1), encode_tiff, None), "gray16-big-endian": (U16(1), lambda a: encode_tiff(a, order=">"), None),
-    "gray8-white-is-zero": (U8(1), lambda a: encode_tiff(a, photometric=0), lambda a: 255 - a),
-    "rgb8-tiled": (U8(3), lambda a: encode_tiff(a, tile=16), None),
-    "rgb8-tiled-separate": (U8(3), lambda a: encode_tiff(a, tile=16, planar=2), None),
-    "rgb16-separate": (U16(3), lambda a: encode_tiff(a, planar=2), gray_of),
-    "rgba8-extra-sample": (U8(4), lambda a: encode_tiff(a, extra=1), lambda a: a[..., :3]),
-    "float32-gray": (F32(1), lambda a: encode_tiff(a, fmt=3), None),
+    "gray8": (U8(1), tiff, None), "gray16-big-endian": (U16(1), lambda a: tiff(a, byteorder=">"), None),
+    "gray8-white-is-zero": (U8(1), lambda a: tiff(a, photometric="miniswhite"), lambda a: 255 - a),
+    "rgb8-tiled": (U8(3), lambda a: tiff(a, tile=(16, 16)), None),
+    "rgb8-tiled-separate": (U8(3), lambda a: tiff(a, tile=(16, 16), planarconfig="separate"), None),
+    "rgb16-separate": (U16(3), lambda a: tiff(a, planarconfig="separate"), None),
+    "rgba8-extra-sample": (U8(4), lambda a: tiff(a, extrasamples=["unassalpha"]), lambda a: a[..., :3]),
+    "float32-gray": (F32(1), tiff, None),
     "lzw-rgb8-by-pillow": (U8(3), lambda a: Image.fromarray(a).save(f := io.BytesIO(), "TIFF", compression="tiff_lzw")
                            or f.getvalue(), None),
 }
@@ -102,12 +82,10 @@ TIFFS = {
 def test_every_tiff_layout_is_read_and_written_exactly(qz, tmp_path, name):
     a, write, want = TIFFS[name]
     (tmp_path / "in.tif").write_bytes(write(a))
-    # Pillow has no 16-bit RGB mode: the gray of what was read instead.
-    args = ["gray"] if want is gray_of else ["resize", "--scale", 1]
-    p = qz(*args, tmp_path / "in.tif", "-o", tmp_path / "out.tiff", check=0)
+    p = qz("resize", tmp_path / "in.tif", "--scale", 1, "-o", tmp_path / "out.tiff", check=0)
     assert ("alpha" in p.stderr) == name.startswith("rgba")
-    got, want = read(tmp_path / "out.tiff"), (want(a) if want else a)
-    assert Image.open(tmp_path / "out.tiff").format == "TIFF" and got.dtype.itemsize == a.itemsize
+    got, want = tifffile.imread(tmp_path / "out.tiff"), (want(a) if want else a)
+    assert got.dtype == a.dtype
     np.testing.assert_array_equal(got, want[..., 0] if want.shape[-1] == 1 else want)
     if a.dtype == np.float32:  # float stays float, which a PNG cannot hold
         assert qz("resize", tmp_path / "in.tif", "--scale", 1, "-o", tmp_path / "f.png", check=2).stderr.startswith("error: ")
@@ -124,18 +102,18 @@ def claiming(fmt, height, width, progressive=False):
     return bytes(data[:at] + struct.pack(">HH", height, width) + data[at + 4 :])
 
 
-LARGE, SHORT, TIF = "60000x60000 pixels is larger than the reader allows", "truncated or damaged data", encode_tiff(U8(1))
+LARGE, SHORT, TIF = "60000x60000 pixels is larger than the reader allows", "truncated or damaged data", tiff(U8(1))
 BAD = {  # huge: within the 65536 a side the formats allow, far beyond the pixel limit; short: more than the data holds
     "huge.png": (claiming("PNG", 60000, 60000), LARGE), "huge.jpg": (claiming("JPEG", 60000, 60000), LARGE),
     "header-only.png": (claiming("PNG", 4, 4)[:33], ""),
     "huge.tif": (TIF.replace(struct.pack("<HHII", 256, 4, 1, W), struct.pack("<HHII", 256, 4, 1, 60000)), "more than its"),
-    "too-large.tif": (encode_tiff(np.zeros((1, 70000, 1), np.uint8), rows=1), "larger than"),
+    "too-large.tif": (tiff(np.zeros((1, 70000, 1), np.uint8)), "larger than"),
     "short.png": (claiming("PNG", 3000, 3000), "its header claims 3000x3000 pixels, more than its"),
     "short.jpg": (claiming("JPEG", 4000, 4000), SHORT), "short-progressive.jpg": (claiming("JPEG", 4000, 4000, True), SHORT),
-    "short.tif": (TIF[: len(TIF) // 2], ""), "header-only.tif": (TIF[:8], "TIFF"),
-    "cmyk.tif": (encode_tiff(U8(4), photometric=5), "not supported"), "u32.tif": (encode_tiff(U16(1).astype("u4")), "32-bit unsigned"),
-    "signed16.tif": (encode_tiff(U16(1).astype(np.int16), fmt=2), "not supported"),
-    "float-white-is-zero.tif": (encode_tiff(F32(1), fmt=3, photometric=0), "not supported"),
+    "short.tif": (TIF[: len(TIF) // 2], "truncated TIFF"), "header-only.tif": (TIF[:8], "TIFF"),
+    "cmyk.tif": (tiff(U8(4), photometric="separated"), "not supported"), "u32.tif": (tiff(U16(1).astype("u4")), "32-bit unsigned"),
+    "signed16.tif": (tiff(U16(1).astype(np.int16)), "not supported"),
+    "float-white-is-zero.tif": (tiff(F32(1), photometric="miniswhite"), "not supported"),
 }
 
 
