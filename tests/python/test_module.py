@@ -89,7 +89,8 @@ def test_each_built_in_gives_what_the_command_line_host_gives(qz, tmp_path):
             np.testing.assert_array_equal(g, want, err_msg=f"{name} output {k}")
     for shape in [(31, 45, 3), (40, 1)]:  # resize of a PNG's rows in the decoder's pixel order
         Image.fromarray(img := image(shape, "u1")).save(tmp_path / "in.png")
-        for args, request in ((["--scale", "2"], dict(scale=2)), (["--size", "7x90"], dict(size=(7, 90)))):
+        for args, request in ((["--scale", "2"], dict(scale=2)),
+                              (["--size", "7x90", "--no-antialias"], dict(size=(7, 90), antialias=False))):
             qz("resize", tmp_path / "in.png", *args, "-o", tmp_path / "out.png", check=0)
             np.testing.assert_array_equal(np.asarray(Image.open(tmp_path / "out.png")), q.resize(np.asfortranarray(img), **request))
 
