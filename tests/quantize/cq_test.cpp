@@ -2,8 +2,8 @@
 // outputs it writes for each number asked and the class of the index image;
 // the quantiser against the plain reference quantiser (exact on small
 // images, rounding included on a large picture), its single-precision
-// square-sum tables, 64-bit channel sums, and the few rules a whole run
-// cannot reach.
+// square-sum tables, 64-bit channel sums, and a box variance taken as a
+// magnitude, which a whole run cannot reach.
 
 #include <malloc.h>
 
@@ -275,46 +275,6 @@ TEST_F(QuantizeTest, HistogramTablesAreExactAndRoundInSinglePrecisionOnEveryKern
             bad += m->squares[qz::cellCode(r, g, b)] != h.total[r][g][b];
       EXPECT_EQ(bad, 0u);
     });
-  }
-}
-
-// Whole runs cannot see where a cut lies between occupied planes; the best
-// cut of random boxes along every axis must be the reference's, lowest
-// position on a tie.
-TEST_F(QuantizeTest, BestCutsMatchTheReference) {
-  std::mt19937 rng(4);
-  std::uniform_int_distribution<int> c(0, 32);
-  for (int maxValue : {255, 20}) {
-    auto planar = randomPlanes(rng, 997, maxValue);
-    auto m = momentsOf(planar);
-    qz::accumulateMoments(*m);
-    qzref::Histogram h(planar.data(), 997);
-    for (int i = 0; i < 40; ++i) {
-      int lo[3], hi[3];  // red, green, blue; the whole cube first
-      for (int a = 0; a < 3; ++a) {
-        int const x = c(rng), y = c(rng);
-        lo[a] = i ? std::min(x, y) : 0, hi[a] = i ? std::max(x, y) : 32;
-      }
-      qz::ColorBox box{lo[0], hi[0], lo[1], hi[1], lo[2], hi[2], (hi[0] - lo[0]) * (hi[1] - lo[1]) * (hi[2] - lo[2])};
-      qzref::Box ref{{lo[0], lo[1], lo[2]}, {hi[0], hi[1], hi[2]}};
-      qzref::CellStats whole = h.stats(ref);
-      for (int a = 0; a < 3; ++a) {
-        auto const axis = static_cast<qz::SplitAxis>(2 - a);  // the library's codes run blue, green, red
-        qz::Cut got = qz::bestCut(*m, box, axis, lo[a] + 1, hi[a], whole.red, whole.green, whole.blue, whole.count);
-        qzref::BestCut want = qzref::bestCut(h, ref, a);
-        EXPECT_EQ(got.score, want.score) << "box " << i << " axis " << a;
-        EXPECT_EQ(got.position, want.position) << "box " << i << " axis " << a;
-      }
-    }
-  }
-}
-
-TEST_F(QuantizeTest, AnAxisCodeOutsideTheThreeIsAnInternalError) {
-  auto m = std::make_unique<qz::MomentTables>();
-  qz::ColorBox box{0, 32, 0, 32, 0, 32, 32768};
-  for (qz::SplitAxis axis : {qz::SplitAxis{3}, qz::SplitAxis{255}}) {
-    EXPECT_QZ_ERROR(qz::boxFixedPart(box, axis, m->weight), "ORRERY:images:cq:internalBadDirValue");
-    EXPECT_QZ_ERROR(qz::boxMovingPart(box, axis, 5, m->red), "ORRERY:images:cq:internalBadDirValue");
   }
 }
 
