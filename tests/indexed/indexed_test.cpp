@@ -176,22 +176,15 @@ TEST_F(IndexedTest, Ind2rgb8ChecksRunInOrderAndStopAtTheFirstFailure) {
 template <class T>
 Bytes ind2rgb8(std::size_t m, std::size_t n, std::vector<T> x, std::size_t k, std::vector<double> map,
                bool complex = false) {
-  auto xa = qztest::makeFrom<T>({m, n}, x, complex), ma = qztest::makeFrom<double>({k, 3}, map, complex);
+  auto const form = qzhost::DimForm::Lazy;  // completed by the gateway before it is measured
+  auto xa = qztest::makeFrom<T>({m, n}, x, complex, form), ma = qztest::makeFrom<double>({k, 3}, map, complex, form);
   return bytesOf(pximages::_ind2rgb8, {xa.get(), ma.get()}, {m, n, 3});
 }
 
-// Complex arrays are read as consecutive stored values, both parts alike;
-// a single pixel is looked up like any other; lazy arrays are completed
-// first.
-TEST_F(IndexedTest, Ind2rgb8ReadsComplexEmptySingleAndLazyArrays) {
+// Complex arrays are read as consecutive stored values, both parts alike.
+TEST_F(IndexedTest, Ind2rgb8ReadsComplexArraysAsStored) {
   EXPECT_EQ(ind2rgb8<double>(1, 2, {1, 2, 3, 4}, 2, {0, 1, 0.5, 0, 1, 1, 9, 9, 9, 9, 9, 9}, true),
             (Bytes{0, 255, 128, 0, 255, 255}));
-  EXPECT_EQ(ind2rgb8<std::uint16_t>(5, 0, {}, 1, {1, 1, 1}), Bytes{});
-  EXPECT_EQ(ind2rgb8<std::uint32_t>(1, 1, {7}, 1, {1, 0.5, 0}), (Bytes{255, 128, 0}));
-  auto lazyX = qztest::makeLazyFrom<double>({1, 3}, {1, 2, 3}),
-       lazyMap = qztest::makeLazyFrom<double>({1, 3}, {1, 0.5, 0});
-  EXPECT_EQ(bytesOf(pximages::_ind2rgb8, {lazyX.get(), lazyMap.get()}, {1, 3, 3}),
-            (Bytes{255, 255, 255, 128, 128, 128, 0, 0, 0}));
 }
 
 // k rows, a third of the intensities at the byte rule's edges.
@@ -230,6 +223,8 @@ TEST_F(IndexedTest, Ind2rgb8MatchesTheReferenceWhateverTheThreadCount) {
   expectLookupLikeTheReference<std::uint16_t>(rng, 97, 1031, 1000, {999, 1000, 1001, 65535});
   expectLookupLikeTheReference<std::uint32_t>(rng, 20011, 2, 3, {2, 3, 4, UINT32_MAX});  // at most one split
   expectLookupLikeTheReference<double>(rng, 1, 40000, 1, doubles);  // one row; one colour for every pixel
+  expectLookupLikeTheReference<std::uint32_t>(rng, 1, 1, 1, {7});     // a single pixel is looked up too
+  expectLookupLikeTheReference<std::uint16_t>(rng, 5, 0, 1, {});
 }
 
 // Every index byte (each of 0..255, then random) through the byte tables of
