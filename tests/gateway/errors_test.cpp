@@ -10,16 +10,19 @@
 #include "qztest.hpp"
 
 TEST(ErrorsTest, EveryKeyRaisesItsIdentifierWithATextOfItsOwn) {
-  std::vector<std::tuple<std::string, std::string, void (*)()>> keys;  // from the library's own message-ID classes
-#define QZ_PUSH(k) keys.push_back({ids::k().catalog(), ids::k().key(), [] { ndErrMsgId(ids::k()); }});
+  // From the library's own message-ID classes: catalog, key, argument count and a raise.
+  std::vector<std::tuple<std::string, std::string, std::size_t, void (*)()>> keys;
+#define QZ_PUSH(k) \
+  keys.push_back({ids::k().catalog(), ids::k().key(), ids::k().arguments().size(), [] { ndErrMsgId(ids::k()); }});
   { namespace ids = ORRERY::images::resizeDim; QZ_RESIZEDIM_KEYS(QZ_PUSH) }
   { namespace ids = ORRERY::images::ind2rgb8; QZ_IND2RGB8_KEYS(QZ_PUSH) }
   { namespace ids = ORRERY::images::grayto8; QZ_GRAYTO8_KEYS(QZ_PUSH) }
   { namespace ids = ORRERY::images::cq; QZ_CQ_KEYS(QZ_PUSH) }
 #undef QZ_PUSH
   std::set<std::string> texts;
-  for (auto const& [catalog, key, raise] : keys) {
+  for (auto const& [catalog, key, arguments, raise] : keys) {
     std::string const id = catalog + ":" + key, text = qzhost::messageText(catalog, key);
+    EXPECT_EQ(arguments, 0u) << id << ": every error and warning is raised without arguments";
     EXPECT_TRUE(text.size() > 20 && text.back() == '.') << id << ": " << text;
     EXPECT_TRUE(texts.insert(text).second) << id << " shares its text";
     try {
