@@ -17,8 +17,6 @@
 
 namespace {
 
-using qztest::resizeCall;
-
 using ResizeKernelsTest = qztest::HostTest;
 
 // A source of 1 times a weight is the sum itself, resampled to 9 positions
@@ -38,7 +36,7 @@ TEST_F(ResizeKernelsTest, IntegerTypesRoundAndSaturateTheSum) {
     auto const one = qztest::makeFrom<T>({1, 1}, {1});
     for (double w : sums)
       for (int dim : {1, 2}) {
-        auto const got = resizeCall(one.get(), std::vector<double>(9, w), std::vector<double>(9, 1.0), 1, 9, dim);
+        auto const got = qztest::resizeCall(one.get(), std::vector<double>(9, w), std::vector<double>(9, 1), 1, 9, dim);
         EXPECT_EQ(qztest::valuesOf<T>(got.get()), std::vector<T>(9, qzref::resizeValue<T>(w)))
             << "class " << ndClassOf<T>::value << " dim " << dim << " sum " << w;
       }
@@ -86,7 +84,7 @@ void compareWithReference(std::mt19937_64& rng, std::size_t m, std::size_t n, st
                           bool complex) {
   auto const src = qztest::randomSamples<E>(rng, m * n * p * (complex ? 2 : 1));
   auto a = qztest::makeFrom<E>({m, n, p}, src, complex);
-  auto const out = resizeCall(a.get(), t.weights, t.indices, t.taps, t.outLength, dim);
+  auto const out = qztest::resizeCall(a.get(), t.weights, t.indices, t.taps, t.outLength, dim);
   auto const got = qztest::valuesOf<E>(out.get());
   auto const want = qzref::resize<E>(src, m, n, p, complex, t.weights, t.indices, t.taps, t.outLength, dim);
   std::vector<std::size_t> dims = {dim == 1 ? t.outLength : m, dim == 1 ? n : t.outLength};
