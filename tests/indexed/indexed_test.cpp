@@ -143,7 +143,7 @@ TEST(IndexedKernelTest, Grayto8OfEveryClassMatchesTheReferenceOnEveryKernel) {
   expectGrayto8KernelLike(words, [](std::uint16_t u) { return (u + 128) / 257; });  // 257 is odd: no ties
 }
 
-TEST_F(IndexedTest, Ind2rgb8ChecksRunInOrderAndStopAtTheFirstFailure) {
+TEST_F(IndexedTest, ChecksRunInOrderAndStopAtTheFirstFailure) {
   auto a = [](ndClassID c, std::vector<std::size_t> dims) { return qzhost::makeArray(c, dims); };
   auto x = a(ndclass::Double, {1, 2}), map = a(ndclass::Double, {2, 3}), x16 = a(ndclass::Int16, {2, 2});
   auto hostX = a(20, {2, 2}), map16by4 = a(ndclass::Int16, {2, 4}), x3d = a(ndclass::Double, {2, 2, 2});
@@ -170,7 +170,14 @@ TEST_F(IndexedTest, Ind2rgb8ChecksRunInOrderAndStopAtTheFirstFailure) {
     EXPECT_EQ(errorOf(pximages::_ind2rgb8, {badX.get(), emptyMap.get()}), "invalidInputType") << c;
     EXPECT_EQ(errorOf(pximages::_ind2rgb8, {x.get(), badMap.get()}), "invalidMapType") << c;
     EXPECT_EQ(errorOf(pximages::_ind2rgb8, {x.get(), badWideMap.get()}), "invalidMapSize") << c;  // size before class
+    if (c != ndclass::Single) { EXPECT_EQ(errorOf(pximages::_grayto8, {badX.get()}), "invalidType") << c; }
   }
+  // grayto8 counts its inputs, then checks the class; a complex image of a
+  // refused class is refused before any warning.
+  EXPECT_EQ(errorOf(pximages::_grayto8, {}), "tooFewInputs");
+  EXPECT_EQ(errorOf(pximages::_grayto8, {x16.get(), x.get()}), "tooManyInputs");
+  EXPECT_EQ(errorOf(pximages::_grayto8, {qzhost::makeArray(ndclass::UInt8, {2, 2}, true).get()}), "invalidType");
+  EXPECT_TRUE(qzhost::takeWarnings().empty());
 }
 
 template <class T>
@@ -179,12 +186,6 @@ Bytes ind2rgb8(std::size_t m, std::size_t n, std::vector<T> x, std::size_t k, st
   auto const form = qzhost::DimForm::Lazy;  // completed by the gateway before it is measured
   auto xa = qztest::makeFrom<T>({m, n}, x, complex, form), ma = qztest::makeFrom<double>({k, 3}, map, complex, form);
   return bytesOf(pximages::_ind2rgb8, {xa.get(), ma.get()}, {m, n, 3});
-}
-
-// Complex arrays are read as consecutive stored values, both parts alike.
-TEST_F(IndexedTest, Ind2rgb8ReadsComplexArraysAsStored) {
-  EXPECT_EQ(ind2rgb8<double>(1, 2, {1, 2, 3, 4}, 2, {0, 1, 0.5, 0, 1, 1, 9, 9, 9, 9, 9, 9}, true),
-            (Bytes{0, 255, 128, 0, 255, 255}));
 }
 
 // k rows, a third of the intensities at the byte rule's edges.
@@ -225,6 +226,9 @@ TEST_F(IndexedTest, Ind2rgb8MatchesTheReferenceWhateverTheThreadCount) {
   expectLookupLikeTheReference<double>(rng, 1, 40000, 1, doubles);  // one row; one colour for every pixel
   expectLookupLikeTheReference<std::uint32_t>(rng, 1, 1, 1, {7});     // a single pixel is looked up too
   expectLookupLikeTheReference<std::uint16_t>(rng, 5, 0, 1, {});
+  // Complex arrays are read as consecutive stored values, both parts alike.
+  EXPECT_EQ(ind2rgb8<double>(1, 2, {1, 2, 3, 4}, 2, {0, 1, 0.5, 0, 1, 1, 9, 9, 9, 9, 9, 9}, true),
+            (Bytes{0, 255, 128, 0, 255, 255}));
 }
 
 // Every index byte (each of 0..255, then random) through the byte tables of
