@@ -9,8 +9,10 @@
 // exist or nothing is left worth splitting.  A pixel's colour is the
 // truncated mean of the box its cell lies in.
 //
-// The internal operations are declared here so that the tests can hold them
-// against brute-force statistics; the gateway uses quantizeColors and relabelPixels.
+// The internal operations are declared here; the tests hold the histogram
+// passes and boxVariance against brute-force statistics, and the cuts and
+// splits through whole runs against a reference quantiser.  The gateway uses
+// quantizeColors and relabelPixels.
 
 #include <cstddef>
 #include <cstdint>
