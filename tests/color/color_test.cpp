@@ -1,7 +1,8 @@
 // rgb2gray and rgb2hsv: every class and path against the references, both
 // through the gateways and through each vector kernel (every instruction set
 // compiled in) on sub-ranges of both layouts; all 2^24 byte triples on
-// every kernel; the NaN rules and the hue carried within one body call.
+// every kernel (gray also on them as words); the NaN rules and the hue
+// carried within one body call.
 
 #include <cmath>
 #include <cstring>
@@ -187,7 +188,7 @@ TEST(ColorKernelTest, AllByteTriplesMatchTheReferencesOnEveryKernel) {
 #endif
   std::size_t const p = std::size_t{1} << 20;
   std::vector<std::uint8_t> bytes(3 * p), gray(p);  // and the same colours as words, doubles and singles:
-  std::vector<std::uint16_t> words(3 * p);
+  std::vector<std::uint16_t> words(3 * p), grayWords(p);
   std::vector<double> doubles(3 * p);
   std::vector<float> singles(3 * p);
   for (std::uint32_t chunk = 0; chunk < 16; chunk += kChunkStep) {  // red's high nibble
@@ -197,11 +198,15 @@ TEST(ColorKernelTest, AllByteTriplesMatchTheReferencesOnEveryKernel) {
       doubles[j] = bytes[j] / 255.0;
       singles[j] = static_cast<float>(doubles[j]);
     }
-    for (std::size_t i = 0; i < p; ++i) gray[i] = qzref::rgb2gray(bytes[i], bytes[p + i], bytes[2 * p + i]);
-    auto run = [&](std::uint8_t const* in, std::uint8_t* out, bool planar, std::size_t b, std::size_t e) {
-      qz::convertrgb2gray<std::uint8_t>{in, p, false, out, planar}({b, e});
+    for (std::size_t i = 0; i < p; ++i) {
+      gray[i] = qzref::rgb2gray(bytes[i], bytes[p + i], bytes[2 * p + i]);
+      grayWords[i] = qzref::rgb2gray(words[i], words[p + i], words[2 * p + i]);
+    }
+    auto run = [&](auto const* in, auto* out, bool planar, std::size_t b, std::size_t e) {
+      qz::convertrgb2gray<std::remove_pointer_t<decltype(out)>>{in, p, false, out, planar}({b, e});
     };
     expectEveryTarget<std::uint8_t>(bytes, p, 1, {{0, p}}, run, [&](std::size_t, std::size_t) { return gray; });
+    expectEveryTarget<std::uint16_t>(words, p, 1, {{0, p}}, run, [&](std::size_t, std::size_t) { return grayWords; });
     expectHsvLikeTheReference<qz::convertrgb2hsvU8>(bytes, p, 255.0, {{0, p}});
     expectHsvLikeTheReference<qz::convertrgb2hsv<unsigned short, double>>(words, p, 65535.0, {{0, p}});
     expectHsvLikeTheReference<qz::convertrgb2hsv<double, double>>(doubles, p, 1.0, {{0, p}});
