@@ -6,6 +6,8 @@
 // or rounding and saturation), so every pixel gets the plain rule's bits.
 // Bytes are the exception: their table sum is reproduced by a 22-bit fixed
 // point sum, which the tests check against the table on all 2^24 triples.
+// 16-bit samples reach their products by a multiply-add with no conversion
+// (WordTimes), which rounds each product exactly as the rule does.
 // The 64-bit integer classes, whose conversions to and from double have no
 // vector form here, and the clamp settings the gateway never uses, take the
 // plain rule.
