@@ -7,7 +7,7 @@
 // Bytes are the exception: their table sum is reproduced by a 22-bit fixed
 // point sum, which the tests check against the table on all 2^24 triples.
 // 16-bit samples reach their products by a multiply-add with no conversion
-// (WordTimes), which rounds each product exactly as the rule does.
+// (TimesFromBig), which rounds each product exactly as the rule does.
 // The 64-bit integer classes, whose conversions to and from double have no
 // vector form here, and the clamp settings the gateway never uses, take the
 // plain rule.
@@ -55,7 +55,7 @@ void GrayBytes(std::uint8_t const* HWY_RESTRICT in, std::size_t p, std::uint8_t*
 
 // Where fused multiply-add is native (never emulated by a multiply and an
 // add, which would round twice), 16-bit samples skip the conversion to
-// double; see WordTimes.
+// double; see TimesFromBig.
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2 && HWY_NATIVE_FMA
 #define QZ_GRAY_WORDS_BY_FMA 1
 #else
@@ -64,23 +64,47 @@ void GrayBytes(std::uint8_t const* HWY_RESTRICT in, std::size_t p, std::uint8_t*
 
 #if QZ_GRAY_WORDS_BY_FMA
 // A 16-bit sample x times a weight w, rounded once as the plain product is,
-// with no conversion on the way: the lane whose bits are 0x4330'0000'0000'0000
-// | x holds the double 2^52 + x, and fma(2^52 + x, w, -2^52 w) rounds the
-// exact (2^52 + x) w - 2^52 w = x w once (2^52 w is exact), which is what
-// the plain x * w does.  The rule's products and sums are not fused: the two
+// with no conversion on the way: the lane whose bits are kTwoTo52Bits | x
+// holds the double 2^52 + x, and fma(2^52 + x, w, -2^52 w) rounds the exact
+// (2^52 + x) w - 2^52 w = x w once (2^52 w is exact), which is what the
+// plain x * w does.  The rule's products and sums are not fused: the two
 // sums that follow stay roundings of their own.  Converting x costs more
 // than the multiply-add here: a quarter of the kernel's time.
+constexpr std::uint64_t kTwoTo52Bits = 0x4330000000000000;  // the double 2^52
+
+// x w from the lanes 2^52 + x.
 template <class D>
-HWY_INLINE hn::Vec<D> WordTimes(D d, hn::Vec<hn::Rebind<std::uint16_t, D>> x, hn::Vec<D> w, hn::Vec<D> minusBigW) {
+HWY_INLINE hn::Vec<D> TimesFromBig(D d, hn::Vec<D> big, double w) {
+  return hn::MulAdd(big, hn::Set(d, w), hn::Set(d, -0x1p52 * w));
+}
+
+// x w for a vector of 16-bit samples, zero-extended into the lanes 2^52 + x.
+template <class D>
+HWY_INLINE hn::Vec<D> WordTimes(D d, hn::Vec<hn::Rebind<std::uint16_t, D>> x, double w) {
   hn::RebindToUnsigned<D> du;
 #if HWY_TARGET <= HWY_AVX3
   hn::Vec<decltype(du)> const wide{_mm512_maskz_cvtepu16_epi64(0xFF, x.raw)};
 #else
   hn::Vec<decltype(du)> const wide{_mm256_cvtepu16_epi64(x.raw)};
 #endif
-  return hn::MulAdd(hn::BitCast(d, hn::Or(wide, hn::Set(du, 0x4330000000000000ull))), w, minusBigW);
+  return TimesFromBig(d, hn::BitCast(d, hn::Or(wide, hn::Set(du, kTwoTo52Bits))), w);
 }
 #endif
+
+// The rule's sum of the weighted samples, widened to d's doubles: the red
+// and green products summed, then the blue product added.
+template <class D, class V>
+HWY_INLINE hn::Vec<D> WeightedSum(D d, V r, V g, V b) {
+#if QZ_GRAY_WORDS_BY_FMA
+  if constexpr (std::is_same_v<hn::TFromV<V>, std::uint16_t>) {
+    auto const s = hn::Add(WordTimes(d, r, kGrayRed), WordTimes(d, g, kGrayGreen));
+    return hn::Add(s, WordTimes(d, b, kGrayBlue));
+  }
+#endif
+  auto const s = hn::Add(hn::Mul(WidenToDouble(d, r), hn::Set(d, kGrayRed)),
+                         hn::Mul(WidenToDouble(d, g), hn::Set(d, kGrayGreen)));
+  return hn::Add(s, hn::Mul(WidenToDouble(d, b), hn::Set(d, kGrayBlue)));
+}
 
 #if QZ_GRAY_WORDS_BY_FMA && HWY_TARGET <= HWY_AVX3
 // The gray of the 32 pixels from i on, from three planes of 16-bit samples,
@@ -88,12 +112,12 @@ HWY_INLINE hn::Vec<D> WordTimes(D d, hn::Vec<hn::Rebind<std::uint16_t, D>> x, hn
 // unpacks, cheaper here than the zero-extension across lanes, which leave
 // each 128-bit lane's eight pixels split over the four vectors of doubles
 // in pairs (0 1, 2 3, 4 5, 6 7); the shuffle and pack at the end put them
-// back in order.  The products are WordTimes's and the sums the rule's.
+// back in order.  The products are TimesFromBig's and the sums the rule's.
 // t = s + 0.5 is truncated by adding 2^52 rounded down, which leaves
 // floor(t) (t is positive and below 2^16) in the low 32 bits of its lane.
 HWY_INLINE void GrayWords32(std::uint16_t const* HWY_RESTRICT in, std::size_t p, std::uint16_t* HWY_RESTRICT out,
                             std::size_t i) {
-  __m512i const zero = _mm512_setzero_si512(), exponent = _mm512_set1_epi32(0x43300000);
+  __m512i const zero = _mm512_setzero_si512(), exponent = _mm512_set1_epi32(kTwoTo52Bits >> 32);
   double const weights[3] = {kGrayRed, kGrayGreen, kGrayBlue};
   __m512d sums[4];
   for (int c = 0; c < 3; ++c) {
@@ -103,9 +127,9 @@ HWY_INLINE void GrayWords32(std::uint16_t const* HWY_RESTRICT in, std::size_t p,
                             _mm512_maskz_unpackhi_epi32(0xFFFF, lo, exponent),
                             _mm512_maskz_unpacklo_epi32(0xFFFF, hi, exponent),
                             _mm512_maskz_unpackhi_epi32(0xFFFF, hi, exponent)};
-    __m512d const w = _mm512_set1_pd(weights[c]), minusBigW = _mm512_set1_pd(-0x1p52 * weights[c]);
     for (int k = 0; k < 4; ++k) {
-      __m512d const product = _mm512_fmadd_pd(_mm512_castsi512_pd(big[k]), w, minusBigW);
+      __m512d const product = TimesFromBig(hn::Full512<double>(), hn::Vec512<double>{_mm512_castsi512_pd(big[k])},
+                                           weights[c]).raw;
       sums[k] = c == 0 ? product : _mm512_add_pd(sums[k], product);
     }
   }
@@ -128,21 +152,10 @@ void GrayWidened(T const* HWY_RESTRICT in, std::size_t p, T* HWY_RESTRICT out, b
                  std::size_t e) {
   hn::ScalableTag<double> d;
   hn::Rebind<T, decltype(d)> dt;
-  auto const wr = hn::Set(d, kGrayRed), wg = hn::Set(d, kGrayGreen), wb = hn::Set(d, kGrayBlue);
   auto grayOf = [&](std::size_t i) {
     hn::Vec<decltype(dt)> rt, gt, bt;
     LoadRgb(dt, in, p, planar, i, rt, gt, bt);
-#if QZ_GRAY_WORDS_BY_FMA
-    if constexpr (std::is_same_v<T, std::uint16_t>) {
-      auto s = hn::Add(WordTimes(d, rt, wr, hn::Set(d, -0x1p52 * kGrayRed)),
-                       WordTimes(d, gt, wg, hn::Set(d, -0x1p52 * kGrayGreen)));
-      s = hn::Add(s, WordTimes(d, bt, wb, hn::Set(d, -0x1p52 * kGrayBlue)));
-      return hn::TruncateTo(dt, hn::BitCast(hn::Rebind<std::uint32_t, decltype(d)>(),
-                                            TruncateInRange(d, hn::Add(s, hn::Set(d, 0.5)))));
-    }
-#endif
-    auto s = hn::Add(hn::Mul(WidenToDouble(d, rt), wr), hn::Mul(WidenToDouble(d, gt), wg));
-    s = hn::Add(s, hn::Mul(WidenToDouble(d, bt), wb));
+    auto const s = WeightedSum(d, rt, gt, bt);
     if constexpr (std::is_same_v<T, double>) {
       return ClampToUnit(d, s);
     } else if constexpr (std::is_same_v<T, float>) {
